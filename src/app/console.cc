@@ -1,0 +1,30 @@
+#include "app/console.h"
+
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace velmo {
+
+void init_console() { std::cout << std::unitbuf; }
+
+std::ostream& Info() { return std::cout << kInfoPrefix; }
+
+std::ostream& Debug() { return std::cout << kDebugPrefix; }
+
+std::ostream& Warn() { return std::cerr << kWarningPrefix; }
+
+void warn_from_handler(const char* text) {
+  const iovec parts[] = {
+      {const_cast<char*>(kWarningPrefix), std::strlen(kWarningPrefix)},
+      {const_cast<char*>(text), std::strlen(text)},
+  };
+  // Nothing can be done about a standard error that does not take the text.
+  [[maybe_unused]] const ssize_t written = writev(STDERR_FILENO, parts, 2);
+}
+
+Fatal::~Fatal() { std::exit(EXIT_FAILURE); }
+
+}  // namespace velmo

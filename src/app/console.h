@@ -1,0 +1,53 @@
+// How velmo talks to its user: four coloured message prefixes and the streams that they go to.
+//
+// Results, banners and help go to standard output without a prefix. Everything that is written to
+// standard output is flushed at once (see init_console), so the order of the two streams on one
+// terminal or pipe is the order in which the program wrote them, and a signal handler that leaves
+// at any instant has nothing to flush.
+
+#pragma once
+
+#include <iostream>
+
+namespace velmo {
+
+// ANSI escapes: bold, colour, label, reset. Written also when the stream is not a terminal.
+inline constexpr char kInfoPrefix[] = "\033[1;32m[INFO] \033[0m";
+inline constexpr char kWarningPrefix[] = "\033[1;33m[VELMO Warning] \033[0m";
+inline constexpr char kErrorPrefix[] = "\033[1;31m[VELMO Error] \033[0m";
+inline constexpr char kDebugPrefix[] = "\033[1;35m[DEBUG] \033[0m";
+
+// The rule that separates the blocks of a report: forty hyphens between two newlines.
+inline constexpr char kSeparator[] = "\n----------------------------------------\n";
+
+// Makes standard output flush after every operation. Called once, first in main.
+void init_console();
+
+// Standard output behind the information prefix.
+std::ostream& Info();
+// Standard output behind the debug prefix.
+std::ostream& Debug();
+// Standard error behind the warning prefix. A warning never ends the program.
+std::ostream& Warn();
+
+// Writes the warning prefix and `text` to standard error with bare system calls. Takes no lock and
+// allocates nothing, so a signal handler may call it.
+void warn_from_handler(const char* text);
+
+// An error that ends the run: `Fatal() << what << '\n';` writes the error prefix and the message to
+// standard error and, at the end of the statement, calls exit(1).
+class Fatal {
+ public:
+  Fatal() { std::cerr << kErrorPrefix; }
+  Fatal(const Fatal&) = delete;
+  Fatal& operator=(const Fatal&) = delete;
+  [[noreturn]] ~Fatal();
+
+  template <typename T>
+  Fatal& operator<<(const T& value) {
+    std::cerr << value;
+    return *this;
+  }
+};
+
+}  // namespace velmo

@@ -1,0 +1,51 @@
+// Entry point: one run of velmo from the command line to the closing banner.
+
+#include <cstdlib>
+#include <ctime>
+#include <iostream>
+
+#include "app/console.h"
+#include "app/signal_handler.h"
+#include "app/system.h"
+#include "config/configurator.h"
+#include "latency/latency.h"
+
+namespace {
+
+velmo::Configurator config;
+
+// Runs one benchmark on its own copy of the configuration. The time stamps around it are not
+// reported.
+template <typename Benchmark>
+void run_benchmark() {
+  Benchmark benchmark(config);
+  timespec start;
+  timespec end;
+  clock_gettime(CLOCK_MONOTONIC, &start);
+  benchmark.Run();
+  clock_gettime(CLOCK_MONOTONIC, &end);
+}
+
+[[noreturn]] void not_built_yet(const char* command) {
+  velmo::Fatal() << command << ": not built yet\n";
+  std::abort();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  velmo::init_console();
+  velmo::install_exit_guards();
+  velmo::change_scheduling_priority(-20);
+  config.InputArguments(argc, argv);
+  velmo::check_root();
+  std::cout << "\n***** VELMO START *****\n";
+  velmo::install_signal_handlers();
+
+  if (config.run_bandwidth) not_built_yet("bandwidth");
+  if (config.run_latency) run_benchmark<velmo::Latency>();
+  if (config.run_loaded_latency) not_built_yet("loaded_latency");
+
+  std::cout << "\n\n***** DONE *****\n";
+  return 0;
+}

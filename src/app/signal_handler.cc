@@ -1,0 +1,71 @@
+#include "app/signal_handler.h"
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <iostream>
+
+#include "app/console.h"
+#include "app/system.h"
+#include "platform/prefetch.h"
+
+namespace velmo {
+namespace {
+
+// How long the handler may take before the process ends without it, in seconds.
+constexpr unsigned kHandlerLimit = 1;
+
+void leave_now(int /*signum*/) { _exit(EXIT_SUCCESS); }
+
+void restore_register() {
+  if (!rollback_msr()) warn_from_handler("Failed to rollback msr.\n");
+}
+
+// Restores the register and lets the signal end the process as it does by default.
+void restore_and_die(int signum) {
+  restore_register();
+  std::signal(signum, SIG_DFL);
+  std::raise(signum);
+}
+
+[[noreturn]] void report_uncaught() {
+  try {
+    if (const std::exception_ptr uncaught = std::current_exception()) {
+      std::rethrow_exception(uncaught);
+    }
+  } catch (const std::exception& e) {
+    std::cerr << kErrorPrefix << e.what() << '\n';
+  } catch (...) {
+    std::cerr << kErrorPrefix << "Unknown exception\n";
+  }
+  std::abort();  // restores the register on the way out
+}
+
+}  // namespace
+
+void signal_handler(int signum) {
+  std::signal(SIGALRM, leave_now);
+  alarm(kHandlerLimit);
+  const EndSignalsBlocked blocked;
+  restore_register();
+  if (signum == SIGQUIT) kill(getpid(), SIGQUIT);
+  _exit(EXIT_SUCCESS);
+}
+
+void install_signal_handlers() {
+  for (const int signum : kEndSignals) std::signal(signum, signal_handler);
+}
+
+void install_exit_guards() {
+  std::atexit(restore_register);
+  std::set_terminate(report_uncaught);
+  for (const int signum : {SIGHUP, SIGABRT, SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGXCPU}) {
+    // A signal that the parent had ignored (nohup) stays ignored.
+    if (std::signal(signum, restore_and_die) == SIG_IGN) std::signal(signum, SIG_IGN);
+  }
+  std::signal(SIGPIPE, SIG_IGN);
+}
+
+}  // namespace velmo

@@ -1,0 +1,27 @@
+// Every way in which a run can end early puts the prefetchers back.
+
+#pragma once
+
+namespace velmo {
+
+// Handler of the four end signals: restores the prefetcher register and ends the process with
+// status 0, whatever its threads do at that moment. Never returns.
+//
+// It runs on the main thread (worker threads block the four signals), possibly in the middle of an
+// allocation or of output, so it takes no lock and runs no destructor: standard output holds
+// nothing that would have to be flushed (init_console), and no static object owns anything that
+// outlives the process. SIGQUIT is sent to the process once more, as a parent that waits for it
+// may expect; it stays blocked and cannot start a second handler. Should a write to a full pipe or
+// to the register block, an alarm ends the process one second later.
+void signal_handler(int signum);
+
+// Installs signal_handler for SIGTSTP, SIGINT, SIGTERM and SIGQUIT.
+void install_signal_handlers();
+
+// Covers the other ends: exit() with a changed register, an uncaught exception (which is reported
+// behind the error prefix before the abort), and the signals that end a process by default, SIGHUP
+// and the faults among them, which keep their effect after the restore. A closed pipe does not end
+// the run.
+void install_exit_guards();
+
+}  // namespace velmo

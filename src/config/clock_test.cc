@@ -1,0 +1,71 @@
+// Clock calibration: can the monotonic clock time a memory access, what does reading it cost, and
+// how fast does the time-stamp counter run.
+
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+
+#include "app/console.h"
+#include "app/system.h"
+#include "app/tsc.h"
+#include "config/configurator.h"
+
+namespace velmo {
+namespace {
+
+// Mean time between two clock reads in a row over `count` pairs, in ns.
+double read_clock_pairs(int count) {
+  double total = 0.0;
+  for (int i = 0; i < count; ++i) {
+    timespec first;
+    timespec second;
+    clock_gettime(CLOCK_MONOTONIC, &first);
+    clock_gettime(CLOCK_MONOTONIC, &second);
+    total += static_cast<double>(second.tv_sec - first.tv_sec) * 1e9 +
+             static_cast<double>(second.tv_nsec - first.tv_nsec);
+  }
+  return total / count;
+}
+
+// Time-stamp-counter ticks per second over a spin of 10 ms.
+double measure_tsc_freq() {
+  using Clock = std::chrono::steady_clock;
+  constexpr std::chrono::milliseconds kSpin(10);
+  const Clock::time_point start = Clock::now();
+  long start_count;
+  rdtsc(start_count);
+  Clock::time_point now;
+  long count;
+  do {
+    now = Clock::now();
+    rdtsc(count);
+  } while (now < start + kSpin);
+  const std::chrono::duration<double> seconds = now - start;
+  return static_cast<double>(count - start_count) / seconds.count();
+}
+
+}  // namespace
+
+void Configurator::ClockTest() {
+  timespec resolution;
+  if (clock_getres(CLOCK_MONOTONIC, &resolution) != 0 || resolution.tv_sec > 0 ||
+      resolution.tv_nsec > 1) {
+    Fatal() << "Clock resolution is not enough to measure latency\n";
+  }
+  if (numa_info.cpu_list.empty()) {
+    Fatal() << "No CPU is known: failed to read " << numa_info.node_online_path
+            << ". Check that sysfs is mounted and the kernel has NUMA support (CONFIG_NUMA=y)\n";
+  }
+  set_cpu_affinity(numa_info.cpu_list.front().cpu_id);
+
+  read_clock_pairs(clock_test_count);  // warm-up
+  clock_overhead = read_clock_pairs(clock_test_count);
+  if (clock_overhead >= clock_overhead_limit) Fatal() << "clock is not work\n";
+
+  constexpr int kTrials = 3;
+  for (int trial = 0; trial < kTrials; ++trial) {
+    tsc_freq = std::max(tsc_freq, measure_tsc_freq());
+  }
+}
+
+}  // namespace velmo

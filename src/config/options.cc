@@ -1,0 +1,335 @@
+// The command line: the option table and what each option accepts.
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <iostream>
+#include <limits>
+#include <string_view>
+
+#include "app/console.h"
+#include "app/system.h"
+#include "config/configurator.h"
+
+namespace velmo {
+namespace {
+
+constexpr int32_t kMinDelay = 100;  // ns
+constexpr int32_t kMaxDelay = 10000;
+constexpr int64_t kMinStride = 64;  // bytes
+constexpr int64_t kMaxStride = 8192;
+// Passes that a bandwidth run adds to the given count as warm-up; a latency run adds fewer.
+constexpr int32_t kMaxWarmUp = 4;
+
+// `argument` as an integer; text that cannot be one is refused with `message`.
+int number(const std::string& argument, const char* message) {
+  if (!is_number(argument)) Fatal() << message << argument << '\n';
+  return to_int(argument);
+}
+
+// A share of the read/write mix.
+int ratio(const std::string& argument, const char* invalid, const char* negative) {
+  const int value = number(argument, invalid);
+  if (value < 0) Fatal() << negative << argument << '\n';
+  return value;
+}
+
+void set_cpunode(Configurator& c, const std::string& argument) {
+  constexpr char kInvalid[] = "Invalid cpunode: ";
+  const int node = number(argument, kInvalid);
+  const auto& nodes = c.numa_info.numa_list;
+  if (node < 0 || static_cast<size_t>(node) >= nodes.size() || !nodes[node].is_online ||
+      !nodes[node].has_cpu) {
+    Fatal() << kInvalid << argument << '\n';
+  }
+  c.cpunode = node;
+}
+
+void set_memnode(Configurator& c, const std::string& argument) {
+  c.memnode = number(argument, "Invalid memnode: ");
+  c.num_targets = 1;
+  c.no_memnode = false;
+}
+
+void set_mem_size(Configurator& c, const std::string& argument) {
+  c.mem_size = get_bytes(argument);
+  if (c.mem_size <= 0) Fatal() << "Invalid memory-size. (mem_size > 0): " << c.mem_size << '\n';
+}
+
+void set_output(Configurator& c, const std::string& argument) {
+  if (argument.empty()) Fatal() << "Invalid output\n";
+  c.output = argument + "_";
+}
+
+void set_chunk(Configurator& c, const std::string& argument) {
+  if (argument != "0" && argument != "1" && argument != "2") {
+    Fatal() << "Invalid chunk-size: " << argument << '\n';
+  }
+  c.chunk = 1 << (argument[0] - '0');
+}
+
+void set_verbose(Configurator& c, const std::string& argument) {
+  const int level = number(argument, "Invalid verbose: ");
+  // The text names a level 2, which no command line can choose.
+  if (level < 0 || level > 1) {
+    Fatal() << "Invalid verbose (0 <= verbose <= 2): " << argument << '\n';
+  }
+  c.verbose = level;
+}
+
+void set_stride(Configurator& c, const std::string& argument) {
+  const int64_t stride = get_bytes(argument);
+  if (stride < kMinStride || stride > kMaxStride || stride % kMinStride != 0) {
+    Fatal() << "Invalid stride. Should be aligned to 64 byte. (64 <= stride <= 8192): " << stride
+            << '\n';
+  }
+  c.stride = static_cast<int32_t>(stride);
+}
+
+void set_iter(Configurator& c, const std::string& argument) {
+  const int count = number(argument, "Invalid iter: ");
+  if (count <= 0) Fatal() << "Invalid iter. (iter > 0): " << argument << '\n';
+  if (count > std::numeric_limits<int32_t>::max() - kMaxWarmUp) {
+    Fatal() << "Invalid iter. Too many iterations: " << argument << '\n';
+  }
+  c.iter = count;
+}
+
+void set_thread(Configurator& c, const std::string& argument) {
+  const int count = number(argument, "Invalid thread: ");
+  const long online = sysconf(_SC_NPROCESSORS_ONLN);
+  if (count < 2 || count > online) {
+    Fatal() << "Invalid thread. (2 <= thread <= " << online << "): " << argument << '\n';
+  }
+  c.thread = count;
+}
+
+void set_delay(Configurator& c, const std::string& argument) {
+  // Goes on to the conversion, which has the last word.
+  if (!is_number(argument)) std::cerr << kErrorPrefix << "Invalid delay: " << argument << '\n';
+  c.delay = to_int(argument);
+  if (c.delay < kMinDelay || c.delay > kMaxDelay) {
+    Fatal() << "Invalid delay. (100 <= delay <= " << kMaxDelay << ")\n";
+  }
+}
+
+void set_bw_delay(Configurator& c, const std::string& argument) {
+  // Names the value so far, and goes on to the conversion, which has the last word.
+  if (!is_number(argument)) std::cerr << kErrorPrefix << "Invalid bw_delay: " << c.bw_delay << '\n';
+  c.bw_delay = to_int(argument);
+  if (c.bw_delay < 0) Fatal() << "Invalid bw_delay. (bw_delay >= 0): " << c.bw_delay << '\n';
+}
+
+// Makes the device or file system at `path` the one target.
+void set_path(Configurator& c, const std::string& path, int32_t mem_mode, const char* invalid) {
+  if (c.mem_mode != kMemNuma && c.mem_mode != mem_mode) {
+    Fatal() << "-p, -f and -g can't use together.\n";
+  }
+  if (access(path.c_str(), F_OK) != 0) Fatal() << invalid;
+  c.num_targets = 1;
+  c.mem_mode = mem_mode;
+  c.no_memnode = false;
+  c.path = path;
+  c.cpunode_list.assign(1, -1);
+}
+
+void set_devdax(Configurator& c, const std::string& argument) {
+  set_path(c, argument, kMemDevdax, "Invalid devdax path. Check the path.\n");
+  c.devdax = true;
+}
+
+void set_pmem(Configurator& c, const std::string& argument) {
+  set_path(c, argument, kMemPmem, "Invalid pmem path. Check the path.\n");
+  c.pmem = true;
+}
+
+void set_latency_cpu(Configurator& c, const std::string& argument) {
+  const int cpu = number(argument, "Invalid latency_cpu: ");
+  const auto& cpus = c.numa_info.cpu_list;
+  if (cpu < 0 || static_cast<size_t>(cpu) >= cpus.size()) {
+    Fatal() << "Invalid latency_cpu (0 <= latency_cpu < " << cpus.size() << "): " << cpu << '\n';
+  }
+  c.latency_cpu = cpus[cpu];
+}
+
+void set_load_cpu(Configurator& c, const std::string& argument) {
+  const std::vector<int> wanted = str_range_to_vector(argument);
+  if (wanted.size() < 2) Fatal() << "Invalid load_cpu. load_cpu option needs more than 2 cores.\n";
+  const auto& cpus = c.numa_info.cpu_list;
+  c.load_cpu.clear();
+  for (const int cpu : wanted) {
+    if (cpu < 0 || static_cast<size_t>(cpu) >= cpus.size()) {
+      Fatal() << "Invalid load_cpu (0 <= load_cpu < " << cpus.size() << "): " << cpu << '\n';
+    }
+    if (cpus[cpu].is_online == 0) {
+      Fatal() << "Invalid load_cpu. cpu" << cpu << " is offline.\n";
+    }
+    c.load_cpu.push_back(cpus[cpu]);
+  }
+}
+
+void set_use_pa(Configurator& c, const char* argument) {
+  c.use_pa_set = true;
+  if (argument == nullptr) return;
+  if (!is_number(argument)) Fatal() << "Invalid use_pa: " << argument << '\n';
+  c.use_pa = to_unsigned(argument);
+  // The conversion takes a negative number for a huge one.
+  if (c.use_pa == 0 || argument[0] == '-') {
+    Fatal() << "Invalid use_pa (use_pa > 0): " << argument << '\n';
+  }
+}
+
+[[noreturn]] void print_version() {
+  std::cout << "\nVELMO ver." << kVersion << '\n';
+  std::exit(EXIT_SUCCESS);
+}
+
+[[noreturn]] void print_system_info(const Configurator& c) {
+  c.mem_info.PrintInfo();
+  c.numa_info.PrintInfo();
+  std::exit(EXIT_SUCCESS);
+}
+
+// One option: its names, whether it takes an argument, and what it does. An option that is listed
+// without an action is known to getopt and refused.
+struct OptionRule {
+  char letter;
+  const char* name;
+  int argument;
+  void (*accept)(Configurator&, const char* argument);
+};
+
+using C = Configurator;
+
+constexpr OptionRule kRules[] = {
+    {'v', "version", no_argument, [](C&, const char*) { print_version(); }},
+    {'h', "help", no_argument, [](C&, const char*) {}},  // answered before parsing
+    {'I', "system_info", no_argument, [](C& c, const char*) { print_system_info(c); }},
+    {'B', "bandwidth", no_argument,
+     [](C& c, const char*) { c.run_bandwidth = true, c.bandwidth_local = 0; }},
+    {'L', "latency", no_argument,
+     [](C& c, const char*) { c.run_latency = c.delayed_latency = c.burst_latency = true; }},
+    {'X', "delayed_latency", no_argument,
+     [](C& c, const char*) { c.run_latency = c.delayed_latency = true; }},
+    {'Y', "burst_latency", no_argument,
+     [](C& c, const char*) { c.run_latency = c.burst_latency = true; }},
+    {'Z', "loaded_latency", no_argument, [](C& c, const char*) { c.run_loaded_latency = true; }},
+    {'T', "bandwidth_local", no_argument,
+     [](C& c, const char*) { c.run_bandwidth = true, c.bandwidth_local = 1; }},
+    {'m', "mem_size", required_argument, [](C& c, const char* arg) { set_mem_size(c, arg); }},
+    {'o', "output", required_argument, [](C& c, const char* arg) { set_output(c, arg); }},
+    {'c', "chunk", required_argument, [](C& c, const char* arg) { set_chunk(c, arg); }},
+    {'C', "cpunode", required_argument, [](C& c, const char* arg) { set_cpunode(c, arg); }},
+    {'M', "memnode", required_argument, [](C& c, const char* arg) { set_memnode(c, arg); }},
+    {'V', "verbose", required_argument, [](C& c, const char* arg) { set_verbose(c, arg); }},
+    {'s', "stride", required_argument, [](C& c, const char* arg) { set_stride(c, arg); }},
+    {'i', "iter", required_argument, [](C& c, const char* arg) { set_iter(c, arg); }},
+    {'A', "auto", no_argument, [](C& c, const char*) { c.no_memnode = false; }},
+    {'p', "physical", no_argument, nullptr},
+    {'b', "base_addr", required_argument, nullptr},
+    {'a', "basic_workload", no_argument, [](C& c, const char*) { c.basic_workload = true; }},
+    {'r', "read", required_argument,
+     [](C& c, const char* arg) {
+       c.read = ratio(arg, "Invalid read: ", "Invalid read. (read >= 0): ");
+     }},
+    {'w', "write", required_argument,
+     [](C& c, const char* arg) {
+       c.write = ratio(arg, "Invalid write: ", "Invalid write. (write >= 0): ");
+     }},
+    {'n', "stream", no_argument, [](C& c, const char*) { c.stream = true; }},
+    {'j', "thread", required_argument, [](C& c, const char* arg) { set_thread(c, arg); }},
+    {'F', "full", no_argument, [](C& c, const char*) { c.full = true; }},
+    {'d', "delay", required_argument, [](C& c, const char* arg) { set_delay(c, arg); }},
+    {'D', "bw_delay", required_argument, [](C& c, const char* arg) { set_bw_delay(c, arg); }},
+    {'f', "devdax", required_argument, [](C& c, const char* arg) { set_devdax(c, arg); }},
+    {'g', "pmem", required_argument, [](C& c, const char* arg) { set_pmem(c, arg); }},
+    {'k', "latency_cpu", required_argument, [](C& c, const char* arg) { set_latency_cpu(c, arg); }},
+    {'l', "load_cpu", required_argument, [](C& c, const char* arg) { set_load_cpu(c, arg); }},
+    {'z', "use_pa", optional_argument, set_use_pa},
+};
+
+constexpr std::array<option, 40> make_long_options() {
+  std::array<option, 40> table{};  // getopt stops at a row of zeros
+  std::transform(std::begin(kRules), std::end(kRules), table.begin(), [](const OptionRule& rule) {
+    return option{rule.name, rule.argument, nullptr, rule.letter};
+  });
+  return table;
+}
+
+std::string make_short_options() {
+  std::string letters;
+  for (const OptionRule& rule : kRules) {
+    letters += rule.letter;
+    letters.append(rule.argument, ':');  // no_argument 0, required 1, optional 2
+  }
+  return letters;
+}
+
+// The page for the first command on a command line that asks for help.
+[[noreturn]] void print_help(const Configurator& c, int argc, char** argv) {
+  optind = 0;  // getopt starts anew
+  int letter = 0;
+  do {
+    letter = getopt_long(argc, argv, "hBLXYZT", Configurator::long_options.data(), nullptr);
+  } while (letter == 'h');
+  switch (letter) {
+    case 'B':
+      c.UsageBW();
+      break;
+    case 'L':
+    case 'X':
+    case 'Y':
+      c.UsageLat();
+      break;
+    case 'T':
+      c.UsageBWLocal();
+      break;
+    case 'Z':
+      c.UsageLoadedLat();
+      break;
+    default:
+      c.Usage();
+  }
+  std::exit(EXIT_SUCCESS);
+}
+
+}  // namespace
+
+constinit const std::array<option, 40> Configurator::long_options = make_long_options();
+
+Configurator::GivenOptions Configurator::ParseOptions(int argc, char** argv) {
+  latency_cpu.cpu_id = -1;
+  if (argc <= 1) {
+    Usage();
+    std::exit(EXIT_SUCCESS);
+  }
+  if (std::any_of(argv, argv + argc, [](const std::string_view argument) {
+        return argument == "-h" || argument == "--help";
+      })) {
+    print_help(*this, argc, argv);
+  }
+
+  mem_info.Parse();
+  numa_info.Parse();
+  cpu_info.GetCpuInfo();
+
+  GivenOptions given;
+  const std::string letters = make_short_options();
+  optind = 0;
+  int letter = 0;
+  while ((letter = getopt_long(argc, argv, letters.c_str(), long_options.data(), nullptr)) != -1) {
+    const auto* rule =
+        std::find_if(std::begin(kRules), std::end(kRules),
+                     [letter](const OptionRule& candidate) { return candidate.letter == letter; });
+    if (rule == std::end(kRules) || rule->accept == nullptr) {
+      Fatal() << "Unsupported argument: " << static_cast<char>(letter) << '\n';
+    }
+    rule->accept(*this, optarg);
+    given.set(letter);
+  }
+  if (optind < argc) Fatal() << "Unsupported argument: " << argv[optind] << '\n';
+  return given;
+}
+
+}  // namespace velmo

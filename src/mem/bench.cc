@@ -1,0 +1,174 @@
+#include "mem/bench.h"
+
+#include <numa.h>
+#include <sched.h>
+#include <sys/vfs.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <utility>
+
+#include "app/console.h"
+#include "app/system.h"
+#include "latency/lat_worker.h"
+#include "mem/mapping.h"
+
+namespace velmo {
+namespace {
+
+constexpr int64_t kGiB = int64_t{1} << 30;
+
+// Usable size of memory that follows the system allocation.
+constexpr int64_t kUnboundFree = 4 * kGiB;
+// The search for the nearest CPU node: size of its buffer and distance of its loads, in bytes.
+constexpr int64_t kMaxProbe = 2 * kGiB;
+constexpr int32_t kProbeStride = 1024;
+// No memory is as slow as this, in ns.
+constexpr double kWorstLatency = 100000.0;
+
+}  // namespace
+
+std::atomic<bool> Bench::spin_flag_{true};
+
+Bench::Bench(Configurator config) : config_(std::move(config)) {}
+
+void Bench::AllocMem(void*& buf, long size, long offset) {
+  switch (config_.mem_mode) {
+    case kMemNuma:
+      mmap_numa(buf, size, config_.memnode_list[node_idx_], config_.no_memnode);
+      break;
+    case kMemDevdax:
+      mmap_devdax(buf, size, config_.path);
+      break;
+    case kMemPmem:
+      mmap_pmem(buf, size, config_.path);
+      break;
+    case kMemPhysical:
+      mmap_devmem(buf, config_.base_addr[node_idx_], size, true, offset);
+      break;
+    default:
+      break;
+  }
+  std::memset(buf, 0, size);
+}
+
+void Bench::ReleaseMem(void*& buf, long size) {
+  if (buf == nullptr) return;
+  switch (config_.mem_mode) {
+    case kMemNuma:
+      munmap_numa(buf, size);
+      break;
+    case kMemDevdax:
+      munmap_devdax(buf, size);
+      break;
+    case kMemPmem:
+      munmap_pmem(buf, size);
+      break;
+    case kMemPhysical:
+      munmap_devmem(buf, size);
+      break;
+    default:
+      break;
+  }
+}
+
+long Bench::GetFreeMemSize() {
+  if (config_.mem_mode == kMemNuma) {
+    if (config_.no_memnode) {
+      if (config_.mem_size == -1) {
+        std::cout << kWarningPrefix
+                  << "mem-numa_id: none. It is recommended that use -m option to set memory buffer "
+                     "size or use -M option to bind memory node.\n";
+      }
+      return kUnboundFree;
+    }
+    long long free = 0;
+    numa_node_size64(config_.memnode_list[node_idx_], &free);
+    return static_cast<long>(static_cast<double>(free) * free_ratio_);
+  }
+  if (config_.mem_mode == kMemPmem) {
+    struct statfs64 status;
+    if (statfs64(config_.path.c_str(), &status) != 0) {
+      Fatal() << "Failed to get free space on " << config_.path << '\n'
+              << "              Check the pmem path.\n";
+    }
+    const auto free = static_cast<double>(status.f_bsize * status.f_bavail);
+    return static_cast<long>(free * free_ratio_);
+  }
+  return 0;
+}
+
+NumaInfo::cpu_ctx Bench::GetCPUNode() {
+  int32_t& node = config_.cpunode_list[node_idx_];
+  const auto& nodes = config_.node_cpus;
+  // A node that is nearest by the table, but has no CPU itself, is as good as unknown.
+  if (node < 0 || static_cast<size_t>(node) >= nodes.size() || nodes[node].empty()) {
+    node = FindNearestCpuNode();
+  }
+  const auto& cpus = nodes[node];
+  const NumaInfo::cpu_ctx& first = cpus.front();
+  if (first.cpu_id != 0) return first;
+  // CPU 0 serves the system's interrupts.
+  const auto other_core = std::find_if(
+      cpus.begin(), cpus.end(), [&first](const auto& cpu) { return cpu.core_id != first.core_id; });
+  return other_core != cpus.end() ? *other_core : first;
+}
+
+int Bench::FindNearestCpuNode() {
+  const auto has_cpus = [](const auto& cpus) { return !cpus.empty(); };
+  const auto& nodes = config_.node_cpus;
+  const auto first = std::find_if(nodes.begin(), nodes.end(), has_cpus);
+  if (first == nodes.end()) {
+    Fatal() << "Failed to find a CPU: no node lists one in " << config_.numa_info.cpulist_fmt
+            << '\n';
+  }
+
+  std::cout << '\n';
+  Info() << "===== Find Local CPU node =====\n";
+  LatWorker worker(config_);
+  worker.config_.mem_size = std::min(free_mem_, kMaxProbe);
+  worker.config_.stride = kProbeStride;
+  const TargetBuffer probe(*this, worker.config_.mem_size, 0);
+  worker.SetMem(probe.get());
+
+  double best = kWorstLatency;
+  auto nearest = static_cast<int>(first - nodes.begin());
+  for (size_t n = 0; n < nodes.size(); ++n) {
+    if (nodes[n].empty()) continue;
+    worker.InitParameter(kRandom, static_cast<int>(node_idx_), 0, false);
+    std::thread thread = start_thread(&LatWorker::Simple, &worker);
+    set_thread_affinity(&thread, nodes[n].front().cpu_id);
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    thread.join();
+    if (best > worker.avg_) {
+      best = worker.avg_;
+      nearest = static_cast<int>(n);
+    }
+  }
+  std::cout << '\n';
+  Info() << "===========   End   ===========\n\n";
+  return nearest;
+}
+
+void Bench::StartSpinner(const NumaInfo::cpu_ctx* cpu) {
+  threads_.push_back(start_thread([] {
+    const sched_param priority{};
+    sched_setscheduler(0, SCHED_IDLE, &priority);
+    Spin();
+  }));
+  if (cpu != nullptr) set_thread_affinity(&threads_.back(), cpu->cpu_id);
+}
+
+void Bench::StopSpinners() {
+  spin_flag_ = false;
+  for (std::thread& thread : threads_) thread.join();
+  threads_.clear();
+}
+
+void Bench::Spin() {
+  timespec now;
+  while (spin_flag_.load(std::memory_order_relaxed)) clock_gettime(CLOCK_MONOTONIC, &now);
+}
+
+}  // namespace velmo

@@ -1,0 +1,91 @@
+#include "mem/mapping.h"
+
+#include <fcntl.h>
+#include <numa.h>
+#include <numaif.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "app/console.h"
+
+namespace velmo {
+namespace {
+
+// A descriptor that is closed on the way out; a mapping does not need it.
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ >= 0) close(fd_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int get() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+void* map_shared(const Descriptor& file, long len, long file_offset, const char* failure) {
+  void* addr = mmap(nullptr, len, PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), file_offset);
+  if (addr == MAP_FAILED) Fatal() << failure;
+  return addr;
+}
+
+void unmap(void* addr, long len, const char* failure) {
+  if (munmap(addr, len) != 0) Warn() << failure;
+}
+
+}  // namespace
+
+void mmap_numa(void*& addr, long len, int node, bool no_bind) {
+  addr = mmap(nullptr, len, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (addr == MAP_FAILED) Fatal() << "Failed to allocate memory\n";
+  if (no_bind) return;
+
+  bitmask* nodes = numa_allocate_nodemask();
+  numa_bitmask_setbit(nodes, node);
+  if (mbind(addr, len, MPOL_BIND, nodes->maskp, nodes->size + 1, MPOL_MF_STRICT) < 0) {
+    Fatal() << "Failed to allocate memory on " << node << " node\n";
+  }
+  numa_bitmask_free(nodes);
+}
+
+void mmap_devmem(void*& addr, long base, long len, bool sync, long offset) {
+  const Descriptor file(open("/dev/mem", sync ? O_RDWR | O_SYNC : O_RDWR));
+  if (file.get() < 0) {
+    Fatal() << "Failed to allocate memory. Check kernel config (CONFIG_STRICT_DEVMEM=n)\n";
+  }
+  addr = map_shared(file, len, base + offset,
+                    "Failed to allocate memory. Check base address and kernel config "
+                    "(CONFIG_STRICT_DEVMEM=n)\n");
+}
+
+void mmap_devdax(void*& addr, long len, const std::string& path) {
+  const Descriptor file(open(path.c_str(), O_RDWR));
+  if (file.get() < 0) Fatal() << "Failed to allocate memory. Check path or dax device.\n";
+  addr = map_shared(file, len, 0, "Failed to allocate memory.\n");
+}
+
+void mmap_pmem(void*& addr, long len, const std::string& dir) {
+  std::string name = dir;
+  if (name.empty() || name.back() != '/') name += '/';
+  name += "velmo_XXXXXX";
+  const Descriptor file(mkstemp(name.data()));
+  if (file.get() < 0) Fatal() << "Failed to allocate memory. Check file path or pmem.\n";
+  unlink(name.c_str());
+  if (posix_fallocate(file.get(), 0, len) != 0) {
+    Fatal() << "Failed to allocate memory. There is not enough free memory\n";
+  }
+  addr = map_shared(file, len, 0, "Failed to allocate memory.\n");
+}
+
+void munmap_numa(void*& addr, long len) { unmap(addr, len, "Failed to free memory\n"); }
+
+void munmap_devmem(void*& addr, long len) { unmap(addr, len, "Failed to free memory.\n"); }
+
+void munmap_devdax(void*& addr, long len) { unmap(addr, len, "Failed to free memory.\n"); }
+
+void munmap_pmem(void*& addr, long len) { unmap(addr, len, "Failed to free memory.\n"); }
+
+}  // namespace velmo

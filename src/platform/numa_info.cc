@@ -1,0 +1,133 @@
+#include "platform/numa_info.h"
+
+#include <numa.h>
+#include <unistd.h>
+
+#include <iostream>
+#include <limits>
+
+#include "app/console.h"
+#include "app/system.h"
+#include "platform/text_file.h"
+
+namespace velmo {
+
+NumaInfo::NumaInfo()
+    : slit_path("/sys/firmware/acpi/tables/SLIT"),
+      node_online_path("/sys/devices/system/node/online"),
+      cpulist_fmt("/sys/devices/system/node/node%d/cpulist"),
+      cpu_online_fmt("/sys/devices/system/cpu/cpu%d/online"),
+      core_id_fmt("/sys/devices/system/cpu/cpu%d/topology/core_id"),
+      slit_header_length(36),
+      slit_localities_width(8),
+      slit_distance_width(1),
+      configured_cpus([] { return sysconf(_SC_NPROCESSORS_CONF); }),
+      max_node(numa_max_node),
+      distance(numa_distance) {}
+
+void NumaInfo::Parse() {
+  if (FindNumaNode() == 0) {
+    Warn() << "Failed to get node information\n";
+    return;
+  }
+  FindNearestNodes();
+  parsed = true;
+}
+
+// Nodes are counted, not looked up: with gaps in the online list the highest nodes are neither
+// visited nor candidates.
+void NumaInfo::FindNearestNodes() {
+  for (int i = 0; i < num_nodes; ++i) {
+    if (!numa_list[i].is_online || numa_list[i].local_id != -1) continue;
+    int best = std::numeric_limits<int>::max();
+    int nearest = -1;
+    for (int j = 0; j < num_nodes; ++j) {
+      if (j == i) continue;
+      const int d = distance(i, j);
+      if (d < best) {
+        best = d;
+        nearest = j;
+      } else if (d == best) {
+        nearest = -1;  // two nodes equally near: neither is the local one
+      }
+    }
+    numa_list[i].local_id = nearest;
+  }
+}
+
+int NumaInfo::FindNumaNode() {
+  std::string online;
+  if (!read_first_line(node_online_path, online)) return 0;
+  UpdateCPUList();
+
+  int prev = -1;
+  const auto append_gap = [&](int end) {
+    for (int node = prev + 1; node < end; ++node) PushNumaList(node, false);
+  };
+  for (const int node : str_range_to_vector(online)) {
+    append_gap(node);
+    PushNumaList(node, true);
+    num_nodes += 1;
+    prev = node;
+  }
+  append_gap(max_node() + 1);
+  return 1;
+}
+
+void NumaInfo::UpdateCPUList() {
+  const int count = static_cast<int>(configured_cpus());
+  cpu_list.reserve(count);
+  for (int cpu = 0; cpu < count; ++cpu) cpu_list.push_back(GetCPUInfo(cpu));
+}
+
+NumaInfo::cpu_ctx NumaInfo::GetCPUInfo(int cpu) {
+  cpu_ctx info{.is_online = 1, .cpu_id = cpu, .core_id = -1, .numa_id = 0};
+  std::string line;
+  if (!read_first_line(numbered_path(core_id_fmt, cpu), line)) return info;
+  info.core_id = to_int(line);
+  // CPU 0 usually has no such file: it cannot be taken offline.
+  if (read_first_line(numbered_path(cpu_online_fmt, cpu), line)) {
+    info.is_online = to_int(line) != 0 ? 1 : 0;
+  }
+  return info;
+}
+
+void NumaInfo::PushNumaList(int node, bool read_cpulist) {
+  numa_list_elem elem;
+  if (!read_cpulist) {
+    numa_list.push_back(elem);
+    return;
+  }
+  elem.is_online = true;
+  std::string line;
+  if (read_first_line(numbered_path(cpulist_fmt, node), line)) {
+    for (const int cpu : str_range_to_vector(line)) {
+      // A list read while the machine changes may name a CPU that was not there a moment ago.
+      if (static_cast<size_t>(cpu) >= cpu_list.size() || cpu_list[cpu].is_online == 0) continue;
+      elem.cpu_list.push_back(cpu);
+      cpu_list[cpu].numa_id = node;
+    }
+  } else {
+    std::cout << kWarningPrefix << "Can't read node" << node << " cpulist information.\n";
+  }
+  if (!elem.cpu_list.empty()) {
+    elem.has_cpu = true;
+    elem.local_id = node;
+  }
+  numa_list.push_back(elem);
+}
+
+void NumaInfo::PrintInfo() const {
+  std::cout << "\nNUMA Information\n" << kSeparator;
+  for (size_t n = 0; n < numa_list.size(); ++n) {
+    const numa_list_elem& node = numa_list[n];
+    std::cout << "numa_id  : " << n << '\n'
+              << "is_online: " << node.is_online << '\n'
+              << "local_id : " << node.local_id << '\n'
+              << "has_cpu  : " << node.has_cpu << '\n'
+              << "cpu list : " << vector_to_str_range(node.cpu_list, 0) << '\n'
+              << kSeparator;
+  }
+}
+
+}  // namespace velmo

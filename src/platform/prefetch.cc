@@ -1,0 +1,112 @@
+#include "platform/prefetch.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "app/console.h"
+#include "app/system.h"
+
+namespace velmo {
+
+volatile uint64_t offset = 0;
+volatile int32_t cpu_model = 0;
+volatile uint64_t store_msr = 0;
+volatile std::sig_atomic_t store_cpu_id = -1;
+
+namespace {
+
+constexpr uint64_t kMiscEnable = 0x1A0;
+constexpr uint64_t kMiscFeatureControl = 0x1A4;
+constexpr uint64_t kAmdPrefetchControl = 0xC0000108;
+
+// IA32_MISC_ENABLE: hardware prefetcher (9), adjacent line (19), DCU (37) and IP (39) disables.
+constexpr uint64_t kMiscEnableOff = 0xA000080200;
+// Bits 0-3: on Intel L2 hardware, L2 adjacent line, L1 DCU, L1 DCU IP; on AMD L1 stream, L1
+// stride, L1 region, L2 stream. Bit 5: on AMD up/down.
+constexpr uint64_t kPrefetchersOff = 0x2F;
+// Models 0xAD and 0xAE add bits 6-8.
+constexpr uint64_t kPrefetchersOffWide = 0x1EF;
+
+class MsrFile {
+ public:
+  explicit MsrFile(int cpu) {
+    char path[100];
+    std::snprintf(path, sizeof path, MSR_PATH, cpu);
+    fd_ = open(path, O_RDWR | O_CLOEXEC);
+  }
+  ~MsrFile() {
+    if (fd_ >= 0) close(fd_);
+  }
+  MsrFile(const MsrFile&) = delete;
+  MsrFile& operator=(const MsrFile&) = delete;
+
+  bool IsOpen() const { return fd_ >= 0; }
+  bool Read(uint64_t address, uint64_t& value) const {
+    return pread(fd_, &value, sizeof value, static_cast<off_t>(address)) == sizeof value;
+  }
+  bool Write(uint64_t address, uint64_t value) const {
+    return pwrite(fd_, &value, sizeof value, static_cast<off_t>(address)) == sizeof value;
+  }
+
+ private:
+  int fd_;
+};
+
+bool fail(const char* message) {
+  warn_from_handler(message);
+  return false;
+}
+
+// Value that switches the prefetchers off. IA32_MISC_ENABLE holds more than prefetcher bits and
+// keeps its others; the other two registers are overwritten.
+uint64_t off_value(uint64_t old_value) {
+  if (offset == kMiscEnable) return old_value | kMiscEnableOff;
+  return cpu_model == 0xAD || cpu_model == 0xAE ? kPrefetchersOffWide : kPrefetchersOff;
+}
+
+}  // namespace
+
+void find_offset(const CpuInfo& cpu) {
+  cpu_model = cpu.model;
+  if (cpu.vendor == CpuInfo::kIntel) {
+    switch (cpu.model) {
+      case 0x0F:
+      case 0x16:
+      case 0x17:
+      case 0x1D:
+        offset = kMiscEnable;
+        break;
+      default:
+        offset = kMiscFeatureControl;
+    }
+  } else if (cpu.vendor == CpuInfo::kAmd) {
+    offset = kAmdPrefetchControl;
+  }
+}
+
+bool disable_prefetch(int cpu) {
+  // Between the write and the note of it, a handler would not know that there is something to
+  // restore.
+  const EndSignalsBlocked blocked;
+  const MsrFile msr(cpu);
+  if (!msr.IsOpen() || offset == 0) return fail("Failed to access msr.\n");
+  uint64_t old_value = 0;
+  if (!msr.Read(offset, old_value)) return fail("Failed to read msr.\n");
+  store_msr = old_value;
+  if (!msr.Write(offset, off_value(old_value))) return fail("Failed to write msr.\n");
+  store_cpu_id = cpu;
+  return true;
+}
+
+bool rollback_msr() {
+  if (store_cpu_id == -1) return true;
+  const MsrFile msr(store_cpu_id);
+  if (!msr.IsOpen() || offset == 0) return fail("Failed to access msr.\n");
+  if (!msr.Write(offset, store_msr)) return fail("Failed to write msr.\n");
+  store_cpu_id = -1;
+  return true;
+}
+
+}  // namespace velmo

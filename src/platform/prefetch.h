@@ -1,0 +1,39 @@
+// The hardware prefetchers of one CPU, switched through its model-specific registers.
+//
+// The registers are reached through the kernel's msr driver, which needs root and the msr module.
+// One register of one CPU may be changed at a time; its old value is kept here until
+// rollback_msr() writes it back. The state is process-wide and guarded by no lock: it is changed by
+// the main thread only, with the end signals held back, and read by the signal handler.
+
+#pragma once
+
+#include <csignal>
+#include <cstdint>
+
+#include "platform/cpu_info.h"
+
+namespace velmo {
+
+// Per-CPU msr device; the file offset of a read or write is the register's address.
+inline const char* MSR_PATH = "/dev/cpu/%d/msr";
+
+extern volatile uint64_t offset;                 // address of the register in use; 0: none chosen
+extern volatile int32_t cpu_model;               // CpuInfo::model of the last find_offset
+extern volatile uint64_t store_msr;              // the register's value before the change
+extern volatile std::sig_atomic_t store_cpu_id;  // CPU whose register is changed; -1: none
+
+// Chooses the register for `cpu`: IA32_MISC_ENABLE (0x1A0) for the Core 2 generation and
+// MSR_MISC_FEATURE_CONTROL (0x1A4) for other Intel models (Intel SDM vol. 4), Prefetch Control
+// (0xC0000108) for AMD (AMD PPR).
+void find_offset(const CpuInfo& cpu);
+
+// Saves the register of `cpu` and switches the prefetchers off. False, after a warning, when the
+// register cannot be read or written; nothing is changed then. Every call that succeeds is paired
+// with one rollback_msr(): a second call would save the changed value.
+bool disable_prefetch(int cpu);
+
+// Writes the saved value back. True when it was written or nothing was changed; false after a
+// warning. Takes no lock and allocates nothing, so a signal handler may call it.
+bool rollback_msr();
+
+}  // namespace velmo
