@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 #include <ctime>
 #include <limits>
@@ -20,6 +19,8 @@ namespace {
 
 // More CPUs or nodes than any machine has; bounds what a damaged list can make us allocate.
 constexpr size_t kMaxListEntries = 65536;
+
+bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
 // A set of the one CPU `cpu`; empty, which the kernel refuses, when it lies beyond the set.
 cpu_set_t only(unsigned int cpu) {
@@ -118,7 +119,7 @@ std::vector<int> str_range_to_vector(const std::string& s) {
   std::string text = s;
   std::replace(text.begin(), text.end(), ',', ' ');
   for (const char c : text) {
-    if (c != ' ' && c != '-' && !std::isdigit(static_cast<unsigned char>(c))) {
+    if (c != ' ' && c != '-' && !is_digit(c)) {
       Fatal() << "Invalud range value: " << c << '\n';
     }
   }
@@ -168,7 +169,7 @@ unsigned long long to_unsigned(const std::string& s) {
 
 int64_t get_bytes(const std::string& s) {
   const char unit = s.empty() ? '\0' : s.back();
-  if (std::isdigit(static_cast<unsigned char>(unit))) return to_long(s);
+  if (is_digit(unit)) return to_long(s);
 
   const std::string digits = s.substr(0, s.empty() ? 0 : s.size() - 1);
   int64_t scale = 0;

@@ -10,6 +10,9 @@
 namespace velmo {
 namespace {
 
+// The builtin's type differs between compilers.
+bool has_avx() { return static_cast<bool>(__builtin_cpu_supports("avx")); }
+
 inline const void* Next(const void* p) { return *static_cast<const void* const*>(p); }
 
 // Unsigned, so that a system clock that is set back ends the wait instead of prolonging it.
@@ -71,17 +74,18 @@ void Delay(int delay_ns, uint64_t count) {
 }
 
 void ReadChunk(const void* p, int chunk) {
+  constexpr size_t kPart = 16;  // bytes
   const auto* bytes = static_cast<const char*>(p);
   if (chunk == 1) {
     asm volatile("mov %0, %%rax" ::"m"(*bytes) : "rax");
-  } else if (chunk == 4 && __builtin_cpu_supports("avx") != 0) {
+  } else if (chunk == 4 && has_avx()) {
     asm volatile(
         "vmovdqa %0, %%ymm0\n\t"
         "vzeroupper" ::"m"(*bytes)
         : "xmm0");
   } else {
-    for (int part = 0; part < chunk / 2; ++part) {
-      asm volatile("movdqa %0, %%xmm0" ::"m"(bytes[16 * part]) : "xmm0");
+    for (size_t part = 0; part < static_cast<size_t>(chunk / 2); ++part) {
+      asm volatile("movdqa %0, %%xmm0" ::"m"(bytes[kPart * part]) : "xmm0");
     }
   }
 }

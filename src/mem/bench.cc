@@ -53,7 +53,7 @@ void Bench::AllocMem(void*& buf, long size, long offset) {
   std::memset(buf, 0, size);
 }
 
-void Bench::ReleaseMem(void*& buf, long size) {
+void Bench::ReleaseMem(void*& buf, long size) const {
   if (buf == nullptr) return;
   switch (config_.mem_mode) {
     case kMemNuma:

@@ -26,7 +26,7 @@ class Bench {
   void AllocMem(void*& buf, long size, long offset);
 
   // Releases what AllocMem mapped; a null `buf` is ignored.
-  void ReleaseMem(void*& buf, long size);
+  void ReleaseMem(void*& buf, long size) const;
 
   // Bytes of the current target that a run may use: free_ratio_ of what is free on its node or file
   // system, 4 GiB for memory without a node, 0 for devices. exit(1) when the file system cannot be

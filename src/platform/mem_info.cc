@@ -30,9 +30,7 @@ struct __attribute__((packed)) MemoryAffinity {
 }  // namespace
 
 MemInfo::MemInfo()
-    : header_length(48),
-      body_length{14, 38, 22, 16, 10, 30},
-      srat_path("/sys/firmware/acpi/tables/SRAT"),
+    : srat_path("/sys/firmware/acpi/tables/SRAT"),
       dmesg_path("/var/log/dmesg"),
       dmesg_key("ACPI: SRAT:") {}
 

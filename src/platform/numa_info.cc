@@ -18,9 +18,6 @@ NumaInfo::NumaInfo()
       cpulist_fmt("/sys/devices/system/node/node%d/cpulist"),
       cpu_online_fmt("/sys/devices/system/cpu/cpu%d/online"),
       core_id_fmt("/sys/devices/system/cpu/cpu%d/topology/core_id"),
-      slit_header_length(36),
-      slit_localities_width(8),
-      slit_distance_width(1),
       configured_cpus([] { return sysconf(_SC_NPROCESSORS_CONF); }),
       max_node(numa_max_node),
       distance(numa_distance) {}
@@ -80,7 +77,7 @@ void NumaInfo::UpdateCPUList() {
   for (int cpu = 0; cpu < count; ++cpu) cpu_list.push_back(GetCPUInfo(cpu));
 }
 
-NumaInfo::cpu_ctx NumaInfo::GetCPUInfo(int cpu) {
+NumaInfo::cpu_ctx NumaInfo::GetCPUInfo(int cpu) const {
   cpu_ctx info{.is_online = 1, .cpu_id = cpu, .core_id = -1, .numa_id = 0};
   std::string line;
   if (!read_first_line(numbered_path(core_id_fmt, cpu), line)) return info;

@@ -41,7 +41,7 @@ class NumaInfo {
   void UpdateCPUList();
 
   // Reads the record of one CPU. A CPU without a topology directory counts as online.
-  cpu_ctx GetCPUInfo(int cpu);
+  cpu_ctx GetCPUInfo(int cpu) const;
 
   // Appends the record of `node`: an offline one, or with `read_cpulist` the online node with its
   // CPUs. An unreadable cpulist is warned about; the node is online all the same.
@@ -63,9 +63,9 @@ class NumaInfo {
 
   // Layout of the ACPI System Locality Information Table, in bytes (ACPI 6.4, 5.2.17). Distances
   // are taken from libnuma, which reads them from sysfs.
-  size_t slit_header_length;
-  size_t slit_localities_width;
-  size_t slit_distance_width;
+  size_t slit_header_length = 36;
+  size_t slit_localities_width = 8;
+  size_t slit_distance_width = 1;
 
   // What is asked of the C library and libnuma rather than read from a file.
   long (*configured_cpus)();
