@@ -39,8 +39,12 @@ int main(int argc, char** argv) {
   velmo::change_scheduling_priority(-20);
   config.InputArguments(argc, argv);
   velmo::check_root();
-  std::cout << "\n***** VELMO START *****\n";
-  velmo::install_signal_handlers();
+  {
+    // No instant between the banner and the handlers.
+    const velmo::EndSignalsBlocked blocked;
+    std::cout << "\n***** VELMO START *****\n";
+    velmo::install_signal_handlers();
+  }
 
   if (config.run_bandwidth) not_built_yet("bandwidth");
   if (config.run_latency) run_benchmark<velmo::Latency>();
