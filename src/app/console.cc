@@ -1,5 +1,6 @@
 #include "app/console.h"
 
+#include <fcntl.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -8,7 +9,14 @@
 
 namespace velmo {
 
-void init_console() { std::cout << std::unitbuf; }
+void init_console() {
+  int fd = 0;
+  do {
+    fd = open("/dev/null", O_RDWR);
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  if (fd >= 0) close(fd);
+  std::cout << std::unitbuf;
+}
 
 std::ostream& Info() { return std::cout << kInfoPrefix; }
 

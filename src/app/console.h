@@ -20,7 +20,8 @@ inline constexpr char kDebugPrefix[] = "\033[1;35m[DEBUG] \033[0m";
 // The rule that separates the blocks of a report: forty hyphens between two newlines.
 inline constexpr char kSeparator[] = "\n----------------------------------------\n";
 
-// Makes standard output flush after every operation. Called once, first in main.
+// Makes standard output flush after every operation, and sees to it that no file opened later takes
+// the place of a standard stream that is closed. Called once, first in main.
 void init_console();
 
 // Standard output behind the information prefix.

@@ -14,13 +14,17 @@ namespace {
 constexpr mode_t kLogMode = 0666;
 
 // Descriptor of the emptied regular file `name`, or -1. O_NONBLOCK keeps the open of a FIFO from
-// waiting for a reader; the file is truncated only once it is known to be a regular one.
+// waiting for a reader; the file is truncated only once it is known to be a regular one that has no
+// other name.
 int open_regular(const std::string& name) {
   const int fd =
       open(name.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kLogMode);
   if (fd < 0) return -1;
   struct stat status;
-  if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && ftruncate(fd, 0) == 0) return fd;
+  if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1 &&
+      ftruncate(fd, 0) == 0) {
+    return fd;
+  }
   close(fd);
   return -1;
 }

@@ -14,10 +14,10 @@ std::string time_stamp();
 // An output stream on a new or truncated regular file of mode 0666.
 //
 // The program runs as root, perhaps in a directory that others may write, so the file is opened
-// without following a symbolic link, anything that is not a regular file is left alone (a FIFO
-// would also block), and the mode is set on the open descriptor. A file that cannot be opened
-// leaves the stream in its failed state: the log is lost, silently, and the run goes on. A mode
-// that cannot be set is a warning.
+// without following a symbolic link, anything that is not a regular file with this one name is left
+// alone (a FIFO would also block), and the mode is set on the open descriptor. A file that cannot
+// be opened leaves the stream in its failed state: the log is lost, silently, and the run goes on.
+// A mode that cannot be set is a warning.
 class LogFile : public std::ostream {
  public:
   explicit LogFile(const std::string& name);

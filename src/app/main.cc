@@ -1,6 +1,5 @@
 // Entry point: one run of velmo from the command line to the closing banner.
 
-#include <cstdlib>
 #include <ctime>
 #include <iostream>
 
@@ -28,7 +27,6 @@ void run_benchmark() {
 
 [[noreturn]] void not_built_yet(const char* command) {
   velmo::Fatal() << command << ": not built yet\n";
-  std::abort();
 }
 
 }  // namespace
@@ -51,5 +49,6 @@ int main(int argc, char** argv) {
   if (config.run_loaded_latency) not_built_yet("loaded_latency");
 
   std::cout << "\n\n***** DONE *****\n";
+  if (!std::cout) velmo::Fatal() << "Failed to write to standard output\n";
   return 0;
 }

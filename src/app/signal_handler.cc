@@ -61,7 +61,9 @@ void install_signal_handlers() {
 void install_exit_guards() {
   std::atexit(restore_register);
   std::set_terminate(report_uncaught);
-  for (const int signum : {SIGHUP, SIGABRT, SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGXCPU}) {
+  for (const int signum :
+       {SIGHUP, SIGABRT, SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGSYS, SIGXCPU, SIGXFSZ,
+        SIGALRM, SIGVTALRM, SIGPROF, SIGUSR1, SIGUSR2, SIGIO, SIGPWR}) {
     // A signal that the parent had ignored (nohup) stays ignored.
     if (std::signal(signum, restore_and_die) == SIG_IGN) std::signal(signum, SIG_IGN);
   }

@@ -1,4 +1,5 @@
-// Every way in which a run can end early puts the prefetchers back.
+// However a run ends early, the prefetchers are put back first. What cannot be covered: SIGKILL, a
+// stack overflow and loss of power.
 
 #pragma once
 
@@ -19,9 +20,9 @@ void signal_handler(int signum);
 void install_signal_handlers();
 
 // Covers the other ends: exit() with a changed register, an uncaught exception (which is reported
-// behind the error prefix before the abort), and the signals that end a process by default, SIGHUP
-// and the faults among them, which keep their effect after the restore. A closed pipe does not end
-// the run.
+// behind the error prefix before the abort), and the other signals that end a process by default,
+// SIGHUP and the faults among them, which keep their effect after the restore. A closed pipe does
+// not end the run: its log may still be wanted.
 void install_exit_guards();
 
 }  // namespace velmo

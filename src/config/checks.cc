@@ -17,7 +17,7 @@ constexpr int64_t kGiB = int64_t{1} << 30;
 constexpr int64_t kMinBandwidthMiB = 100;
 constexpr int64_t kMinLatencyGiB = 2;
 // What the kernel may use at the start of a physical range is left alone.
-constexpr int64_t kPhysicalOffset = kGiB;
+constexpr uint64_t kPhysicalOffset = kGiB;
 
 void warn_small(const char* measured, int64_t size, const char* unit) {
   Warn() << "Memory size is not enough to measure " << measured << '\n'
@@ -101,7 +101,7 @@ void Configurator::BindMemoryNode() {
     }
     for (const auto& range : mem_info.mem_list) {
       if (range.logical_node != memnode) continue;
-      base_addr.push_back(static_cast<int64_t>(range.base_address) + kPhysicalOffset);
+      base_addr.push_back(static_cast<int64_t>(range.base_address + kPhysicalOffset));
       break;
     }
     if (base_addr.empty()) RejectWithUsage("Invalid memnode. No memory range of it is known.\n");
@@ -111,7 +111,7 @@ void Configurator::BindMemoryNode() {
 }
 
 void Configurator::DeriveBandwidthSettings(const GivenOptions& given) {
-  iter = given['i'] ? iter + 4 : 14;
+  iter = given['i'] ? iter + kBandwidthWarmUp : kBandwidthIter;
   if (given['m'] && mem_size < kMinBandwidthMiB * kMiB) {
     warn_small("bandwidth", kMinBandwidthMiB, "MiB");
   }
@@ -127,7 +127,7 @@ void Configurator::DeriveBandwidthSettings(const GivenOptions& given) {
 }
 
 void Configurator::DeriveLatencySettings(const GivenOptions& given) {
-  iter = given['i'] ? iter + 1 : 2;
+  iter = given['i'] ? iter + kLatencyWarmUp : kLatencyIter;
   if (!given['m']) {
     mem_size = kMinLatencyGiB * kGiB;
   } else if (mem_size < kMinLatencyGiB * kGiB) {
@@ -186,7 +186,7 @@ void Configurator::FindCpulessRanges() {
   for (const auto& range : mem_info.mem_list) {
     const NumaInfo::numa_list_elem* node = FindNode(range.logical_node);
     if (node != nullptr && node->has_cpu) continue;
-    base_addr.push_back(static_cast<int64_t>(range.base_address) + kPhysicalOffset);
+    base_addr.push_back(static_cast<int64_t>(range.base_address + kPhysicalOffset));
     memnode_list.push_back(range.logical_node);
     cpunode_list.push_back(node != nullptr ? node->local_id : -1);
   }

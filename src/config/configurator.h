@@ -27,6 +27,12 @@ inline constexpr int32_t kMemDevdax = 2;    // device-DAX character device
 inline constexpr int32_t kMemPmem = 3;      // file on a persistent-memory file system
 inline constexpr int32_t kMemPhysical = 4;  // physical range through /dev/mem
 
+// Passes that a run makes without -i, and those of them that warm up and are added to a given -i.
+inline constexpr int32_t kBandwidthIter = 14;
+inline constexpr int32_t kBandwidthWarmUp = 4;
+inline constexpr int32_t kLatencyIter = 2;
+inline constexpr int32_t kLatencyWarmUp = 1;
+
 class Configurator {
  public:
   // The options that a command line gave, by short letter. A value may equal the marker for "not
@@ -59,7 +65,7 @@ class Configurator {
   int32_t iter = 0;                // iterations, with the warm-up after parsing; 0: not given
   int32_t chunk = 2;               // width of the latency chase's final read, in units of 8 bytes
   double clock_overhead = 0.0;     // mean cost of two clock reads in a row, in ns
-  std::vector<int32_t> memnode_list;                      // memory node of each target
+  std::vector<int32_t> memnode_list;                      // memory node of each target; -1: none
   std::vector<int32_t> cpunode_list;                      // CPU node of each target; -1: not bound
   std::vector<std::vector<NumaInfo::cpu_ctx>> node_cpus;  // online CPUs of each node
   int32_t cpunode = -1;                                   // -C

@@ -19,25 +19,23 @@ constexpr int32_t kMinDelay = 100;  // ns
 constexpr int32_t kMaxDelay = 10000;
 constexpr int64_t kMinStride = 64;  // bytes
 constexpr int64_t kMaxStride = 8192;
-// Passes that a bandwidth run adds to the given count as warm-up; a latency run adds fewer.
-constexpr int32_t kMaxWarmUp = 4;
 
 // `argument` as an integer; text that cannot be one is refused with `message`.
-int number(const std::string& argument, const char* message) {
+int parse_number(const std::string& argument, const char* message) {
   if (!is_number(argument)) Fatal() << message << argument << '\n';
   return to_int(argument);
 }
 
 // A share of the read/write mix.
-int ratio(const std::string& argument, const char* invalid, const char* negative) {
-  const int value = number(argument, invalid);
+int parse_ratio(const std::string& argument, const char* invalid, const char* negative) {
+  const int value = parse_number(argument, invalid);
   if (value < 0) Fatal() << negative << argument << '\n';
   return value;
 }
 
 void set_cpunode(Configurator& c, const std::string& argument) {
   constexpr char kInvalid[] = "Invalid cpunode: ";
-  const int node = number(argument, kInvalid);
+  const int node = parse_number(argument, kInvalid);
   const auto& nodes = c.numa_info.numa_list;
   if (node < 0 || static_cast<size_t>(node) >= nodes.size() || !nodes[node].is_online ||
       !nodes[node].has_cpu) {
@@ -47,7 +45,7 @@ void set_cpunode(Configurator& c, const std::string& argument) {
 }
 
 void set_memnode(Configurator& c, const std::string& argument) {
-  c.memnode = number(argument, "Invalid memnode: ");
+  c.memnode = parse_number(argument, "Invalid memnode: ");
   c.num_targets = 1;
   c.no_memnode = false;
 }
@@ -70,7 +68,7 @@ void set_chunk(Configurator& c, const std::string& argument) {
 }
 
 void set_verbose(Configurator& c, const std::string& argument) {
-  const int level = number(argument, "Invalid verbose: ");
+  const int level = parse_number(argument, "Invalid verbose: ");
   // The text names a level 2, which no command line can choose.
   if (level < 0 || level > 1) {
     Fatal() << "Invalid verbose (0 <= verbose <= 2): " << argument << '\n';
@@ -88,16 +86,16 @@ void set_stride(Configurator& c, const std::string& argument) {
 }
 
 void set_iter(Configurator& c, const std::string& argument) {
-  const int count = number(argument, "Invalid iter: ");
+  const int count = parse_number(argument, "Invalid iter: ");
   if (count <= 0) Fatal() << "Invalid iter. (iter > 0): " << argument << '\n';
-  if (count > std::numeric_limits<int32_t>::max() - kMaxWarmUp) {
+  if (count > std::numeric_limits<int32_t>::max() - kBandwidthWarmUp) {
     Fatal() << "Invalid iter. Too many iterations: " << argument << '\n';
   }
   c.iter = count;
 }
 
 void set_thread(Configurator& c, const std::string& argument) {
-  const int count = number(argument, "Invalid thread: ");
+  const int count = parse_number(argument, "Invalid thread: ");
   const long online = sysconf(_SC_NPROCESSORS_ONLN);
   if (count < 2 || count > online) {
     Fatal() << "Invalid thread. (2 <= thread <= " << online << "): " << argument << '\n';
@@ -131,6 +129,7 @@ void set_path(Configurator& c, const std::string& path, int32_t mem_mode, const 
   c.mem_mode = mem_mode;
   c.no_memnode = false;
   c.path = path;
+  c.memnode_list.assign(1, -1);
   c.cpunode_list.assign(1, -1);
 }
 
@@ -145,7 +144,7 @@ void set_pmem(Configurator& c, const std::string& argument) {
 }
 
 void set_latency_cpu(Configurator& c, const std::string& argument) {
-  const int cpu = number(argument, "Invalid latency_cpu: ");
+  const int cpu = parse_number(argument, "Invalid latency_cpu: ");
   const auto& cpus = c.numa_info.cpu_list;
   if (cpu < 0 || static_cast<size_t>(cpu) >= cpus.size()) {
     Fatal() << "Invalid latency_cpu (0 <= latency_cpu < " << cpus.size() << "): " << cpu << '\n';
@@ -157,7 +156,7 @@ void set_load_cpu(Configurator& c, const std::string& argument) {
   const std::vector<int> wanted = str_range_to_vector(argument);
   if (wanted.size() < 2) Fatal() << "Invalid load_cpu. load_cpu option needs more than 2 cores.\n";
   const auto& cpus = c.numa_info.cpu_list;
-  c.load_cpu.clear();
+  c.load_cpu.clear();  // of several -l, the last one counts
   for (const int cpu : wanted) {
     if (cpu < 0 || static_cast<size_t>(cpu) >= cpus.size()) {
       Fatal() << "Invalid load_cpu (0 <= load_cpu < " << cpus.size() << "): " << cpu << '\n';
@@ -175,9 +174,8 @@ void set_use_pa(Configurator& c, const char* argument) {
   if (!is_number(argument)) Fatal() << "Invalid use_pa: " << argument << '\n';
   c.use_pa = to_unsigned(argument);
   // The conversion takes a negative number for a huge one.
-  if (c.use_pa == 0 || argument[0] == '-') {
-    Fatal() << "Invalid use_pa (use_pa > 0): " << argument << '\n';
-  }
+  if (argument[0] == '-') Fatal() << "Invalid use_pa (use_pa > 0): " << argument << '\n';
+  if (c.use_pa == 0) Fatal() << "Invalid use_pa (use_pa > 0): " << c.use_pa << '\n';
 }
 
 [[noreturn]] void print_version() {
@@ -207,7 +205,10 @@ constexpr OptionRule kRules[] = {
     {'h', "help", no_argument, [](C&, const char*) {}},  // answered before parsing
     {'I', "system_info", no_argument, [](C& c, const char*) { print_system_info(c); }},
     {'B', "bandwidth", no_argument,
-     [](C& c, const char*) { c.run_bandwidth = true, c.bandwidth_local = 0; }},
+     [](C& c, const char*) {
+       c.run_bandwidth = true;
+       c.bandwidth_local = 0;
+     }},
     {'L', "latency", no_argument,
      [](C& c, const char*) { c.run_latency = c.delayed_latency = c.burst_latency = true; }},
     {'X', "delayed_latency", no_argument,
@@ -216,7 +217,10 @@ constexpr OptionRule kRules[] = {
      [](C& c, const char*) { c.run_latency = c.burst_latency = true; }},
     {'Z', "loaded_latency", no_argument, [](C& c, const char*) { c.run_loaded_latency = true; }},
     {'T', "bandwidth_local", no_argument,
-     [](C& c, const char*) { c.run_bandwidth = true, c.bandwidth_local = 1; }},
+     [](C& c, const char*) {
+       c.run_bandwidth = true;
+       c.bandwidth_local = 1;
+     }},
     {'m', "mem_size", required_argument, [](C& c, const char* arg) { set_mem_size(c, arg); }},
     {'o', "output", required_argument, [](C& c, const char* arg) { set_output(c, arg); }},
     {'c', "chunk", required_argument, [](C& c, const char* arg) { set_chunk(c, arg); }},
@@ -231,11 +235,11 @@ constexpr OptionRule kRules[] = {
     {'a', "basic_workload", no_argument, [](C& c, const char*) { c.basic_workload = true; }},
     {'r', "read", required_argument,
      [](C& c, const char* arg) {
-       c.read = ratio(arg, "Invalid read: ", "Invalid read. (read >= 0): ");
+       c.read = parse_ratio(arg, "Invalid read: ", "Invalid read. (read >= 0): ");
      }},
     {'w', "write", required_argument,
      [](C& c, const char* arg) {
-       c.write = ratio(arg, "Invalid write: ", "Invalid write. (write >= 0): ");
+       c.write = parse_ratio(arg, "Invalid write: ", "Invalid write. (write >= 0): ");
      }},
     {'n', "stream", no_argument, [](C& c, const char*) { c.stream = true; }},
     {'j', "thread", required_argument, [](C& c, const char* arg) { set_thread(c, arg); }},

@@ -14,12 +14,11 @@ namespace {
 
 constexpr uint8_t kMemoryAffinity = 1;
 
-// Beyond any machine (Linux ends at 2,048 domains); a larger value is damage, which must not
-// decide how much is allocated.
+// Beyond any machine; a larger value is damage, which must not decide how much is allocated.
 constexpr int32_t kMaxDomain = 65535;
 constexpr size_t kMaxRanges = 4096;
 
-// Memory Affinity structure behind its type and length bytes (ACPI 6.4, table 5.58).
+// Memory Affinity structure behind its type and length bytes (ACPI 6.4, 5.2.16.2).
 struct __attribute__((packed)) MemoryAffinity {
   int32_t proximity_domain;
   uint16_t reserved;

@@ -36,10 +36,10 @@ class MemInfo {
   bool parsed = false;
 
   // Bytes before the first subtable: the ACPI table header (36) and 12 reserved ones (ACPI 6.4,
-  // table 5.56).
-  uint64_t header_length = 48;
+  // 5.2.16).
+  static constexpr uint64_t header_length = 48;
   // Bytes behind the type and length bytes of a subtable, by type 0..5 (ACPI 6.4, 5.2.16.1-6).
-  std::array<uint64_t, 6> body_length{14, 38, 22, 16, 10, 30};
+  static constexpr std::array<uint64_t, 6> body_length{14, 38, 22, 16, 10, 30};
 
   std::string srat_path;
   std::string dmesg_path;

@@ -11,6 +11,13 @@
 #include "platform/text_file.h"
 
 namespace velmo {
+namespace {
+
+// Linux has at most 1,024 nodes on x86-64 (CONFIG_NODES_SHIFT); a larger number is damage, which
+// must not decide how much is allocated.
+constexpr int kMaxNode = 1023;
+
+}  // namespace
 
 NumaInfo::NumaInfo()
     : slit_path("/sys/firmware/acpi/tables/SLIT"),
@@ -62,6 +69,11 @@ int NumaInfo::FindNumaNode() {
     for (int node = prev + 1; node < end; ++node) PushNumaList(node, false);
   };
   for (const int node : str_range_to_vector(online)) {
+    if (node > kMaxNode) {
+      Warn() << "Node " << node << " in " << node_online_path << " is ignored: no node number is "
+             << "larger than " << kMaxNode << '\n';
+      break;
+    }
     append_gap(node);
     PushNumaList(node, true);
     num_nodes += 1;

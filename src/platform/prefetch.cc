@@ -33,8 +33,10 @@ class MsrFile {
  public:
   explicit MsrFile(int cpu) {
     char path[100];
-    std::snprintf(path, sizeof path, MSR_PATH, cpu);
-    fd_ = open(path, O_RDWR | O_CLOEXEC);
+    const int length = std::snprintf(path, sizeof path, MSR_PATH, cpu);
+    if (length > 0 && static_cast<size_t>(length) < sizeof path) {
+      fd_ = open(path, O_RDWR | O_CLOEXEC);
+    }
   }
   ~MsrFile() {
     if (fd_ >= 0) close(fd_);
@@ -51,7 +53,7 @@ class MsrFile {
   }
 
  private:
-  int fd_;
+  int fd_ = -1;
 };
 
 bool fail(const char* message) {

@@ -2,8 +2,9 @@
 //
 // The registers are reached through the kernel's msr driver, which needs root and the msr module.
 // One register of one CPU may be changed at a time; its old value is kept here until
-// rollback_msr() writes it back. The state is process-wide and guarded by no lock: it is changed by
-// the main thread only, with the end signals held back, and read by the signal handler.
+// rollback_msr() writes it back. The state is process-wide and guarded by no lock: the main thread
+// changes it, with the end signals held back, and whatever ends the process early may restore it at
+// any instant. A restore that is interrupted by another one is harmless: both write the same value.
 
 #pragma once
 
@@ -33,7 +34,8 @@ void find_offset(const CpuInfo& cpu);
 bool disable_prefetch(int cpu);
 
 // Writes the saved value back. True when it was written or nothing was changed; false after a
-// warning. Takes no lock and allocates nothing, so a signal handler may call it.
+// warning. Takes no lock and allocates nothing (snprintf of a number does not, in
+// glibc), so a signal handler may call it.
 bool rollback_msr();
 
 }  // namespace velmo

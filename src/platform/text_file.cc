@@ -27,7 +27,8 @@ bool read_first_line(const std::string& path, std::string& line) {
   std::ifstream in(path);
   if (!in) return false;
   read_line(in, line);
-  return !in.bad();  // a directory opens, but cannot be read
+  // A directory opens, but cannot be read. Half a list is worse than none.
+  return !in.bad() && line.size() < kMaxLine;
 }
 
 }  // namespace velmo

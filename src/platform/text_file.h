@@ -18,7 +18,7 @@ std::string numbered_path(const std::string& format, int number);
 bool read_line(std::istream& in, std::string& line);
 
 // First line of the file at `path`, empty when the file holds none. False when the file cannot be
-// opened or read.
+// opened or read, or its line is longer than kMaxLine.
 bool read_first_line(const std::string& path, std::string& line);
 
 }  // namespace velmo
