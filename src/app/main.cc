@@ -6,6 +6,7 @@
 #include "app/console.h"
 #include "app/signal_handler.h"
 #include "app/system.h"
+#include "bandwidth/bandwidth.h"
 #include "config/configurator.h"
 #include "latency/latency.h"
 
@@ -44,7 +45,7 @@ int main(int argc, char** argv) {
     velmo::install_signal_handlers();
   }
 
-  if (config.run_bandwidth) not_built_yet("bandwidth");
+  if (config.run_bandwidth) run_benchmark<velmo::Bandwidth>();
   if (config.run_latency) run_benchmark<velmo::Latency>();
   if (config.run_loaded_latency) not_built_yet("loaded_latency");
 

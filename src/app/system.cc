@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <latch>
 #include <limits>
 #include <sstream>
 #include <stdexcept>
@@ -84,6 +85,20 @@ EndSignalsBlocked::EndSignalsBlocked() {
 }
 
 EndSignalsBlocked::~EndSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
+
+void run_pinned(const std::vector<int>& cpus, const std::function<void(size_t)>& task) {
+  std::latch all_pinned(1);
+  std::vector<std::thread> threads;
+  for (size_t i = 0; i < cpus.size(); ++i) {
+    threads.push_back(start_thread([&all_pinned, &task, i] {
+      all_pinned.wait();
+      task(i);
+    }));
+    set_thread_affinity(&threads.back(), cpus[i]);
+  }
+  all_pinned.count_down();
+  for (std::thread& thread : threads) thread.join();
+}
 
 long monotonic_ns() {
   timespec now;

@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -47,6 +48,10 @@ std::thread start_thread(Args&&... args) {
   const EndSignalsBlocked blocked;
   return std::thread(std::forward<Args>(args)...);
 }
+
+// Runs `task` with 0 .. cpus.size() - 1, each on a thread of its own that is pinned to that entry
+// of `cpus` before it begins, and waits for all of them.
+void run_pinned(const std::vector<int>& cpus, const std::function<void(size_t)>& task);
 
 // CLOCK_MONOTONIC in nanoseconds.
 long monotonic_ns();

@@ -1,7 +1,6 @@
 // What a latency measurement reports: percentiles, console lines and the log file.
 
 #include <algorithm>
-#include <cmath>
 
 #include "app/console.h"
 #include "app/log_file.h"

@@ -37,7 +37,7 @@ void LatWorker::InitParameter(access_type_t type, int node_idx, int verbose, boo
 
   elements_ = static_cast<uint64_t>(config_.mem_size / config_.stride);
   loads_ = std::max<uint64_t>(min_loads_, elements_);
-  // In 32 bits, so that no laps at all stay what they are.
+  // In 32 bits: 0 - 1 is 2^32 - 1, so that laps_ = 0 is not raised.
   const uint32_t sampled_laps = laps_ - 1;
   if (target_loads_ > static_cast<double>(sampled_laps * elements_)) {
     laps_ = static_cast<uint32_t>(target_loads_ / static_cast<double>(elements_) + 1.0);

@@ -17,10 +17,6 @@
 namespace velmo {
 namespace {
 
-constexpr int64_t kMiB = int64_t{1} << 20;
-
-constexpr int64_t kBufferGrain = 2 * kMiB;       // buffer sizes are multiples of this
-constexpr int64_t kDefaultBuffer = 2048 * kMiB;  // where neither user nor memory names a size
 // Least stride of a random chase with the prefetchers on: beyond the lines that an adjacent-line
 // prefetch brings along. Bytes.
 constexpr int32_t kMinRandomStride = 256;
@@ -33,15 +29,18 @@ void Latency::Run() {
   std::cout << "Measure Memory Latency\n";
   find_offset(config_.cpu_info);
   const auto targets = static_cast<uint32_t>(config_.num_targets);
-  for (node_idx_ = 0; node_idx_ < targets; ++node_idx_) MeasureTarget();
+  const int64_t wanted = config_.mem_size;
+  for (node_idx_ = 0; node_idx_ < targets; ++node_idx_) {
+    config_.mem_size = wanted == -1 ? kDefaultBuffer : wanted;
+    MeasureTarget();
+  }
 }
 
 void Latency::MeasureTarget() {
   std::cout << kSeparator << "Memory #" << node_idx_ << " Result\n";
-  free_mem_ = GetFreeMemSize() / kBufferGrain * kBufferGrain;
-  if (free_mem_ == 0) free_mem_ = kDefaultBuffer;
-  if (config_.mem_size == -1) config_.mem_size = kDefaultBuffer;
+  UpdateFreeMem();
   config_.mem_size = std::min(config_.mem_size, free_mem_);
+  CheckHolds(config_.stride);
 
   NumaInfo::cpu_ctx cpu = config_.latency_cpu;
   if (cpu.cpu_id == -1) cpu = GetCPUNode();
@@ -49,21 +48,21 @@ void Latency::MeasureTarget() {
 
   LatWorker worker(config_);
   worker.config_.latency_cpu = cpu;
+  spin_flag_ = true;
   if (config_.node_spinners) StartSpinners(cpu);
   const TargetBuffer buffer(*this, config_.mem_size, 0);
   worker.SetMem(buffer.get());
   PrintSetup(cpu);
 
-  const access_type_t pattern = ChoosePattern(worker);
+  const access_type_t pattern = PreparePattern(worker);
   if (config_.delayed_latency) MeasureOn(worker, pattern, &LatWorker::Delayed);
   if (config_.burst_latency) MeasureOn(worker, pattern, &LatWorker::Burst);
   if (!rollback_msr()) Warn() << "Failed to rollback msr.\n";
-  StopSpinners();
+  if (config_.node_spinners) StopSpinners();
 }
 
 // One spinning thread a node, away from the measuring core where the node has another.
 void Latency::StartSpinners(const NumaInfo::cpu_ctx& measuring) {
-  spin_flag_ = true;
   for (const auto& cpus : config_.node_cpus) {
     if (cpus.empty()) continue;
     const auto other_core = std::find_if(cpus.begin(), cpus.end(), [&](const auto& cpu) {
@@ -79,7 +78,7 @@ void Latency::PrintSetup(const NumaInfo::cpu_ctx& cpu) const {
   write_size_lines(std::cout, config_, config_.stride);
 }
 
-access_type_t Latency::ChoosePattern(LatWorker& worker) const {
+access_type_t Latency::PreparePattern(LatWorker& worker) const {
   access_type_t pattern = kSequential;
   int32_t& stride = worker.config_.stride;
   if (!disable_prefetch(worker.config_.latency_cpu.cpu_id)) {
@@ -92,11 +91,14 @@ access_type_t Latency::ChoosePattern(LatWorker& worker) const {
       stride = kMinRandomStride;
     }
   }
-  if (config_.mem_size < stride) {
-    Fatal() << "Memory size is smaller than one stride of " << stride
-            << " Byte: " << config_.mem_size << ". Increase it with -m\n";
-  }
+  CheckHolds(stride);
   return pattern;
+}
+
+void Latency::CheckHolds(int32_t stride) const {
+  if (config_.mem_size >= stride) return;
+  Fatal() << "Memory size is smaller than one stride of " << stride << " Byte: " << config_.mem_size
+          << " Byte. Increase it with -m\n";
 }
 
 void Latency::MeasureOn(LatWorker& worker, access_type_t pattern, Measurement measurement) {

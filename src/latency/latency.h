@@ -23,9 +23,12 @@ class Latency : public Bench {
   void StartSpinners(const NumaInfo::cpu_ctx& measuring);
   void PrintSetup(const NumaInfo::cpu_ctx& cpu) const;
 
+  // exit(1) when the buffer does not hold one `stride`.
+  void CheckHolds(int32_t stride) const;
+
   // Switches the prefetchers off and says which chain may be measured; widens the worker's stride
-  // where only a random one may. exit(1) when the buffer does not hold one stride.
-  access_type_t ChoosePattern(LatWorker& worker) const;
+  // where only a random one may.
+  access_type_t PreparePattern(LatWorker& worker) const;
 
   // Runs `measurement` on a thread pinned to the worker's CPU, one second after its start.
   void MeasureOn(LatWorker& worker, access_type_t pattern, Measurement measurement);

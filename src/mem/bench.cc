@@ -13,6 +13,7 @@
 #include "app/system.h"
 #include "latency/lat_worker.h"
 #include "mem/mapping.h"
+#include "platform/text_file.h"
 
 namespace velmo {
 namespace {
@@ -22,7 +23,7 @@ constexpr int64_t kGiB = int64_t{1} << 30;
 // Usable size of memory that follows the system allocation.
 constexpr int64_t kUnboundFree = 4 * kGiB;
 // The search for the nearest CPU node: size of its buffer and distance of its loads, in bytes.
-constexpr int64_t kMaxProbe = 2 * kGiB;
+constexpr int64_t kMaxProbe = kDefaultBuffer;
 constexpr int32_t kProbeStride = 1024;
 // No memory is as slow as this, in ns.
 constexpr double kWorstLatency = 100000.0;
@@ -99,6 +100,13 @@ long Bench::GetFreeMemSize() {
   return 0;
 }
 
+long Bench::UpdateFreeMem() {
+  const long free = GetFreeMemSize();
+  free_mem_ = free / kBufferGrain * kBufferGrain;
+  if (free_mem_ == 0) free_mem_ = kDefaultBuffer;
+  return free;
+}
+
 NumaInfo::cpu_ctx Bench::GetCPUNode() {
   int32_t& node = config_.cpunode_list[node_idx_];
   const auto& nodes = config_.node_cpus;
@@ -120,8 +128,8 @@ int Bench::FindNearestCpuNode() {
   const auto& nodes = config_.node_cpus;
   const auto first = std::find_if(nodes.begin(), nodes.end(), has_cpus);
   if (first == nodes.end()) {
-    Fatal() << "Failed to find a CPU: no node lists one in " << config_.numa_info.cpulist_fmt
-            << '\n';
+    Fatal() << "Failed to find a CPU: no node lists one that is online. Check "
+            << numbered_path(config_.numa_info.cpulist_fmt, 0) << '\n';
   }
 
   std::cout << '\n';
@@ -133,6 +141,7 @@ int Bench::FindNearestCpuNode() {
   worker.SetMem(probe.get());
 
   double best = kWorstLatency;
+  // Where no node measures better: one that has a CPU to run on.
   auto nearest = static_cast<int>(first - nodes.begin());
   for (size_t n = 0; n < nodes.size(); ++n) {
     if (nodes[n].empty()) continue;
@@ -162,7 +171,13 @@ void Bench::StartSpinner(const NumaInfo::cpu_ctx* cpu) {
 
 void Bench::StopSpinners() {
   spin_flag_ = false;
-  for (std::thread& thread : threads_) thread.join();
+  for (std::thread& thread : threads_) {
+    // On a CPU that somebody else keeps busy, a thread of idle priority would not get to see the
+    // flag. An ordinary user may be refused; the thread then ends when its CPU has a moment.
+    const sched_param priority{};
+    pthread_setschedparam(thread.native_handle(), SCHED_OTHER, &priority);
+    thread.join();
+  }
   threads_.clear();
 }
 

@@ -12,6 +12,9 @@
 
 namespace velmo {
 
+inline constexpr int64_t kBufferGrain = int64_t{2} << 20;    // buffer sizes are multiples of this
+inline constexpr int64_t kDefaultBuffer = int64_t{2} << 30;  // where neither user nor memory says
+
 class Bench {
  public:
   explicit Bench(Configurator config);
@@ -33,6 +36,10 @@ class Bench {
   // asked.
   long GetFreeMemSize();
 
+  // Sets free_mem_: what GetFreeMemSize says in multiples of kBufferGrain, kDefaultBuffer in place
+  // of 0. Returns what it says.
+  long UpdateFreeMem();
+
   // The CPU to measure the current target from: of its CPU node, not CPU 0 nor a hyper-thread
   // sibling of it where the node has another. An unknown CPU node is found by measuring the latency
   // from every node (printing that it does so), and kept in cpunode_list. exit(1) when no node has
@@ -42,8 +49,8 @@ class Bench {
   // Keeps its CPU busy until spin_flag_ is false.
   static void Spin();
 
-  // Starts a thread that spins until StopSpinners, pinned to `cpu`, or where the starting thread is
-  // when `cpu` is null. It has the kernel's idle priority: it keeps its CPU awake, and leaves it to
+  // Starts a thread that spins until StopSpinners, pinned to `cpu`, or unpinned when `cpu` is null.
+  // It has the kernel's idle priority: it keeps its CPU awake, and leaves it to
   // any other thread, a measuring one on a machine with one core included.
   void StartSpinner(const NumaInfo::cpu_ctx* cpu);
 
@@ -55,7 +62,7 @@ class Bench {
   Configurator config_;
   std::vector<std::thread> threads_;  // spinning threads
   uint32_t node_idx_ = 0;             // memory target under test
-  int64_t free_mem_ = 0;              // usable bytes of the target, set by Run
+  int64_t free_mem_ = 0;              // usable bytes of the target
   double free_ratio_ = 0.8;           // share of the free memory that is usable
 
  protected:

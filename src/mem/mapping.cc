@@ -4,9 +4,11 @@
 #include <numa.h>
 #include <numaif.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "app/console.h"
+#include "app/system.h"
 
 namespace velmo {
 namespace {
@@ -25,6 +27,15 @@ class Descriptor {
  private:
   int fd_;
 };
+
+// Descriptor of a new file named after the template `name`, or -1. No signal that ends the program
+// comes between its making and its unlinking.
+int make_unlinked_file(std::string& name) {
+  const EndSignalsBlocked blocked;
+  const int fd = mkstemp(name.data());
+  if (fd >= 0) unlink(name.c_str());
+  return fd;
+}
 
 void* map_shared(const Descriptor& file, long len, long file_offset, const char* failure) {
   void* addr = mmap(nullptr, len, PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), file_offset);
@@ -64,6 +75,12 @@ void mmap_devmem(void*& addr, long base, long len, bool sync, long offset) {
 void mmap_devdax(void*& addr, long len, const std::string& path) {
   const Descriptor file(open(path.c_str(), O_RDWR));
   if (file.get() < 0) Fatal() << "Failed to allocate memory. Check path or dax device.\n";
+  // Beyond its end a file would map, and fault at the first touch.
+  struct stat status;
+  if (fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size < len) {
+    Fatal() << "Failed to allocate memory. " << path << " holds " << status.st_size << " of " << len
+            << " Byte. Check path or dax device, or set a smaller size with -m\n";
+  }
   addr = map_shared(file, len, 0, "Failed to allocate memory.\n");
 }
 
@@ -71,9 +88,8 @@ void mmap_pmem(void*& addr, long len, const std::string& dir) {
   std::string name = dir;
   if (name.empty() || name.back() != '/') name += '/';
   name += "velmo_XXXXXX";
-  const Descriptor file(mkstemp(name.data()));
+  const Descriptor file(make_unlinked_file(name));
   if (file.get() < 0) Fatal() << "Failed to allocate memory. Check file path or pmem.\n";
-  unlink(name.c_str());
   if (posix_fallocate(file.get(), 0, len) != 0) {
     Fatal() << "Failed to allocate memory. There is not enough free memory\n";
   }

@@ -1,0 +1,41 @@
+// The bandwidth benchmark: how many bytes a second the load threads move to and from every memory
+// target, for one read/write mix or for a list of basic ones (-B, -T).
+
+#pragma once
+
+#include <array>
+#include <ostream>
+#include <vector>
+
+#include "bandwidth/load_bench.h"
+#include "bandwidth/load_team.h"
+
+namespace velmo {
+
+class Bandwidth : public LoadBench {
+ public:
+  explicit Bandwidth(Configurator config);
+
+  void Run() override;
+
+  // One measurement of the configuration's mix over all load threads, printed and logged: the sum
+  // over the threads once a second, then average, maximum and minimum. In the protocol-analyzer
+  // mode every thread runs a fixed number of passes and reports its own figure; nothing is logged.
+  void Measure();
+
+  std::vector<double> iter_bw_;  // sum over the load threads, per iteration; MB/s where counted
+  std::array<Mix, 6> basic_workloads_{
+      {{1, 0, 0}, {0, 1, 1}, {3, 1, 0}, {2, 1, 0}, {1, 1, 0}, {2, 1, 1}}};
+
+ private:
+  std::vector<Mix> Workloads() const;
+  void MeasureTarget();
+  void PrintSetup() const;
+  void WriteLoadLines(std::ostream& out) const;
+  void SampleIterations(LoadTeam& team);
+  void RunAnalyzer(LoadTeam& team) const;
+  void WriteSummary(std::ostream& out) const;
+  void WriteLog() const;
+};
+
+}  // namespace velmo

@@ -1,0 +1,156 @@
+#include "bandwidth/load_bench.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "app/console.h"
+#include "app/system.h"
+#include "mem/report.h"
+
+namespace velmo {
+namespace {
+
+constexpr int64_t kMiB = int64_t{1} << 20;
+
+// Region of a load thread on memory whose free size is not known.
+constexpr int64_t kDeviceRegion = 100 * kMiB;
+
+std::vector<int> sorted_unique(std::vector<int> values) {
+  std::sort(values.begin(), values.end());
+  values.erase(std::unique(values.begin(), values.end()), values.end());
+  return values;
+}
+
+double to_mib(int64_t bytes) { return static_cast<double>(bytes) / kBytesPerMiB; }
+
+// Bytes that a region needs for one pass of `mix`.
+int64_t pass_size(const Mix& mix, bool full) {
+  const LoadPlan plan(mix, full, kBlocksPerPass);
+  return std::max(plan.read_step, plan.write_step);
+}
+
+}  // namespace
+
+LoadBench::~LoadBench() { ReleaseBuffers(); }
+
+std::vector<NumaInfo::cpu_ctx> LoadBench::CandidateCpus() {
+  if (!config_.load_cpu.empty()) return config_.load_cpu;
+  if (config_.bandwidth_local == 1) {
+    GetCPUNode();  // finds the node where it is not known
+    return config_.node_cpus[config_.cpunode_list[node_idx_]];
+  }
+  std::vector<NumaInfo::cpu_ctx> cpus;
+  for (const auto& node : config_.node_cpus) cpus.insert(cpus.end(), node.begin(), node.end());
+  return cpus;
+}
+
+void LoadBench::ChooseLoadCpus() {
+  std::vector<NumaInfo::cpu_ctx> cpus = CandidateCpus();
+  const int candidates = static_cast<int>(cpus.size());
+  thread_num_ = config_.thread == -1 ? candidates : config_.thread;
+  if (thread_num_ > candidates) {
+    Warn() << "The number of online cpu is less than -j (--thread) argument\n"
+           << "                Maximum online cpu: " << candidates << '\n';
+    thread_num_ = candidates;
+  }
+  cpus.resize(thread_num_);
+  std::sort(cpus.begin(), cpus.end(),
+            [](const auto& a, const auto& b) { return a.cpu_id < b.cpu_id; });
+
+  bw_cpus_.clear();
+  std::vector<int> nodes;
+  for (const auto& cpu : cpus) {
+    bw_cpus_.push_back(cpu.cpu_id);
+    nodes.push_back(cpu.numa_id);
+  }
+  if (thread_num_ < 2) {
+    Fatal()
+        << "At least two CPUs are needed, one for the main thread and one for the load. There is: "
+        << vector_to_str_range(bw_cpus_, 0) << '\n';
+  }
+  bw_cpus_str_ = vector_to_str_range(bw_cpus_, 1);
+  bw_numa_str_ = vector_to_str_range(sorted_unique({nodes.begin() + 1, nodes.end()}), 0);
+  load_nodes_ = sorted_unique(nodes);
+  set_cpu_affinity(bw_cpus_.front());
+}
+
+void LoadBench::StartLoadSpinners() {
+  spin_flag_ = true;
+  auto next_load_node = load_nodes_.begin();
+  for (size_t n = 0; n < config_.node_cpus.size() && next_load_node != load_nodes_.end(); ++n) {
+    const auto& cpus = config_.node_cpus[n];
+    if (cpus.empty()) continue;
+    if (static_cast<int>(n) == *next_load_node) {
+      ++next_load_node;
+    } else {
+      StartSpinner(&cpus.front());
+    }
+  }
+}
+
+void LoadBench::SizeBuffers(const std::vector<Mix>& mixes, int64_t free) {
+  const int64_t regions = int64_t{2} * (thread_num_ - 1);
+  buf_size_ = config_.mem_size;
+  if (!config_.no_memnode && buf_size_ > free / regions) {
+    Warn() << "Total memory is larger than free space.\n";
+    buf_size_ = -1;
+  }
+  if (buf_size_ == -1) {
+    Info() << "Calculate memory buffer size to measure bandwidth ... \n";
+    buf_size_ = free == 0 ? kDeviceRegion : free / regions / kBufferGrain * kBufferGrain;
+  }
+  buf_size_ -= buf_size_ % kLineBytes;  // regions begin and end with a line
+  const int64_t ram = sysconf(_SC_PHYS_PAGES) * sysconf(_SC_PAGESIZE);
+  if (config_.no_memnode && buf_size_ > ram / regions) {
+    Fatal() << "Memory size is larger than the machine's memory: " << regions << " regions of "
+            << to_mib(buf_size_) << " MiB, " << to_mib(ram) << " MiB of memory\n";
+  }
+  EnsurePass(mixes, free);
+}
+
+// A region that holds less than a pass would be overrun.
+void LoadBench::EnsurePass(const std::vector<Mix>& mixes, int64_t free) {
+  const int64_t regions = int64_t{2} * (thread_num_ - 1);
+  const auto smaller = [this](const Mix& a, const Mix& b) {
+    return pass_size(a, config_.full) < pass_size(b, config_.full);
+  };
+  const Mix& largest = *std::max_element(mixes.begin(), mixes.end(), smaller);
+  const int64_t needed = pass_size(largest, config_.full);
+  if (buf_size_ >= needed) return;
+
+  const int64_t raised = (needed + kBufferGrain - 1) / kBufferGrain * kBufferGrain;
+  if (free != 0 && raised > free / regions) {
+    Fatal() << "Not enough free memory for the ratio " << largest.read << ":" << largest.write
+            << ", which needs " << to_mib(raised) << " MiB for each of " << regions
+            << " regions. Free: " << to_mib(free) << " MiB\n";
+  }
+  Warn() << "Memory size of " << buf_size_ << " Byte does not hold one pass of the load, raised to "
+         << raised << " Byte (" << to_mib(raised) << " MiB)\n";
+  buf_size_ = raised;
+}
+
+void LoadBench::AllocBuffers() {
+  bufs_.assign(thread_num_, nullptr);
+  run_pinned(LoadCpus(), [this](size_t i) {
+    const long size = 2 * buf_size_;
+    AllocMem(bufs_[i + 1], size, static_cast<long>(i) * size);
+  });
+}
+
+std::string LoadBench::MixName() const {
+  std::string name;
+  if (config_.read != 0) name += std::to_string(config_.read) + "r";
+  if (config_.write != 0) name += std::to_string(config_.write) + (config_.stream ? "wn" : "w");
+  return name;
+}
+
+void LoadBench::ReleaseBuffers() {
+  for (void*& buf : bufs_) {
+    ReleaseMem(buf, 2 * buf_size_);
+    buf = nullptr;
+  }
+  bufs_.clear();
+}
+
+}  // namespace velmo

@@ -1,0 +1,58 @@
+// What the bandwidth and the loaded-latency benchmark have in common: the CPUs that generate load,
+// and their buffers.
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "bandwidth/load_worker.h"
+#include "mem/bench.h"
+
+namespace velmo {
+
+class LoadBench : public Bench {
+ public:
+  using Bench::Bench;
+
+  int thread_num_ = 0;        // threads with the main one, which is thread 0
+  int64_t buf_size_ = -1;     // bytes of each of a load thread's two regions
+  std::vector<void*> bufs_;   // one a thread, 2 * buf_size_ bytes; null for the main thread
+  std::vector<int> bw_cpus_;  // CPU of each thread, rising
+  std::string bw_cpus_str_;   // those of the load threads, as ranges
+  std::string bw_numa_str_;   // their nodes, as ranges
+
+ protected:
+  ~LoadBench();
+
+  // Chooses the CPUs of the current target's threads: those of -l, else those of its CPU node when
+  // the load is bound to one, else all; -j of them. Pins the calling thread to the first. exit(1)
+  // when no load thread could run.
+  void ChooseLoadCpus();
+
+  // One spinning thread on every node without load, up to the last node with load.
+  void StartLoadSpinners();
+
+  // Sets buf_size_: the configured size or an equal share of `free` bytes (0: unknown), in any case
+  // enough for one pass of every mix. exit(1) when that does not fit.
+  void SizeBuffers(const std::vector<Mix>& mixes, int64_t free);
+
+  // Every buffer is mapped and first touched on the CPU that will use it.
+  void AllocBuffers();
+  void ReleaseBuffers();
+
+  // The mix as a part of a log name: "2r1w", "1wn".
+  std::string MixName() const;
+
+  // CPUs and buffers of the load threads alone.
+  std::vector<int> LoadCpus() const { return {bw_cpus_.begin() + 1, bw_cpus_.end()}; }
+  std::vector<void*> LoadBuffers() const { return {bufs_.begin() + 1, bufs_.end()}; }
+
+ private:
+  std::vector<NumaInfo::cpu_ctx> CandidateCpus();
+  void EnsurePass(const std::vector<Mix>& mixes, int64_t free);
+
+  std::vector<int> load_nodes_;  // of all threads, rising
+};
+
+}  // namespace velmo

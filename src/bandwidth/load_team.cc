@@ -1,0 +1,60 @@
+#include "bandwidth/load_team.h"
+
+#include <chrono>
+#include <functional>
+#include <utility>
+
+#include "app/system.h"
+
+namespace velmo {
+
+LoadTeam::LoadTeam(const Configurator& config, std::vector<int> cpus,
+                   const std::vector<void*>& bufs, int64_t region, bool analyzer)
+    : cpus_(std::move(cpus)), last_sample_(cpus_.size()) {
+  for (size_t i = 0; i < cpus_.size(); ++i)
+    workers_.push_back(std::make_unique<LoadWorker>(config));
+  run_pinned(cpus_,
+             [&](size_t i) { workers_[i]->SetMem(bufs[i], region, analyzer ? cpus_[i] : -1); });
+}
+
+LoadTeam::~LoadTeam() { Stop(); }
+
+void LoadTeam::Park() {
+  for (size_t i = 0; i < workers_.size(); ++i) {
+    threads_.push_back(start_thread(&LoadWorker::Start, workers_[i].get(), std::ref(mutex_),
+                                    std::ref(cond_), std::ref(waiting_)));
+    set_thread_affinity(&threads_.back(), cpus_[i]);
+  }
+  while (waiting_ != static_cast<int>(workers_.size())) {
+    std::this_thread::sleep_for(std::chrono::microseconds(1));
+  }
+}
+
+void LoadTeam::OpenGate() {
+  do {
+    pthread_cond_broadcast(&cond_);
+    std::this_thread::sleep_for(std::chrono::microseconds(10));
+  } while (waiting_ != 0);
+}
+
+double LoadTeam::Sample(size_t i) {
+  const uint64_t bytes = workers_[i]->bytes_.exchange(0);
+  const double now = static_cast<double>(monotonic_ns()) * 1e-9;
+  const double elapsed = now - std::exchange(last_sample_[i], now);
+  return static_cast<double>(bytes) / elapsed;
+}
+
+void LoadTeam::Stop() {
+  for (const auto& worker : workers_) worker->stop_ = true;
+  OpenGate();
+  for (std::thread& thread : threads_) {
+    if (thread.joinable()) thread.join();
+  }
+}
+
+double LoadTeam::Join(size_t i) {
+  threads_[i].join();
+  return workers_[i]->bandwidth_;
+}
+
+}  // namespace velmo
