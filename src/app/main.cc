@@ -9,6 +9,7 @@
 #include "bandwidth/bandwidth.h"
 #include "config/configurator.h"
 #include "latency/latency.h"
+#include "loaded/loaded_latency.h"
 
 namespace {
 
@@ -24,10 +25,6 @@ void run_benchmark() {
   clock_gettime(CLOCK_MONOTONIC, &start);
   benchmark.Run();
   clock_gettime(CLOCK_MONOTONIC, &end);
-}
-
-[[noreturn]] void not_built_yet(const char* command) {
-  velmo::Fatal() << command << ": not built yet\n";
 }
 
 }  // namespace
@@ -47,7 +44,7 @@ int main(int argc, char** argv) {
 
   if (config.run_bandwidth) run_benchmark<velmo::Bandwidth>();
   if (config.run_latency) run_benchmark<velmo::Latency>();
-  if (config.run_loaded_latency) not_built_yet("loaded_latency");
+  if (config.run_loaded_latency) run_benchmark<velmo::LoadedLatency>();
 
   std::cout << "\n\n***** DONE *****\n";
   if (!std::cout) velmo::Fatal() << "Failed to write to standard output\n";

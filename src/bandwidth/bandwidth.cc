@@ -47,10 +47,10 @@ void Bandwidth::MeasureTarget() {
   std::cout << kSeparator << "Memory #" << node_idx_ << " Result\n";
   const std::vector<Mix> workloads = Workloads();
   const int64_t free = UpdateFreeMem();
-  ChooseLoadCpus();
+  ChooseLoadCpus(nullptr);
   SizeBuffers(workloads, free);
   if (config_.node_spinners) StartLoadSpinners();
-  AllocBuffers();
+  AllocBuffers(0);
   PrintSetup();
   std::cout << "(Sequential)\n";
   for (const Mix& mix : workloads) {

@@ -45,8 +45,18 @@ std::vector<NumaInfo::cpu_ctx> LoadBench::CandidateCpus() {
   return cpus;
 }
 
-void LoadBench::ChooseLoadCpus() {
+void LoadBench::ChooseLoadCpus(const NumaInfo::cpu_ctx* reserved) {
   std::vector<NumaInfo::cpu_ctx> cpus = CandidateCpus();
+  load_nodes_.clear();
+  if (reserved != nullptr) {
+    std::erase_if(cpus, [reserved](const auto& cpu) { return cpu.cpu_id == reserved->cpu_id; });
+    load_nodes_.push_back(reserved->numa_id);
+    if (cpus.size() == 1) {
+      Warn() << "The main thread shares CPU " << cpus.front().cpu_id
+             << " with the only load thread: no other CPU is left\n";
+      cpus.push_back(cpus.front());
+    }
+  }
   const int candidates = static_cast<int>(cpus.size());
   thread_num_ = config_.thread == -1 ? candidates : config_.thread;
   if (thread_num_ > candidates) {
@@ -65,13 +75,14 @@ void LoadBench::ChooseLoadCpus() {
     nodes.push_back(cpu.numa_id);
   }
   if (thread_num_ < 2) {
-    Fatal()
-        << "At least two CPUs are needed, one for the main thread and one for the load. There is: "
-        << vector_to_str_range(bw_cpus_, 0) << '\n';
+    Fatal() << "At least two CPUs are needed, one for the main thread and one for the load"
+            << (reserved != nullptr ? ", besides the one that measures latency" : "")
+            << ". There is: " << vector_to_str_range(bw_cpus_, 0) << '\n';
   }
   bw_cpus_str_ = vector_to_str_range(bw_cpus_, 1);
   bw_numa_str_ = vector_to_str_range(sorted_unique({nodes.begin() + 1, nodes.end()}), 0);
-  load_nodes_ = sorted_unique(nodes);
+  load_nodes_.insert(load_nodes_.end(), nodes.begin(), nodes.end());
+  load_nodes_ = sorted_unique(load_nodes_);
   set_cpu_affinity(bw_cpus_.front());
 }
 
@@ -130,11 +141,11 @@ void LoadBench::EnsurePass(const std::vector<Mix>& mixes, int64_t free) {
   buf_size_ = raised;
 }
 
-void LoadBench::AllocBuffers() {
+void LoadBench::AllocBuffers(int64_t first_offset) {
   bufs_.assign(thread_num_, nullptr);
-  run_pinned(LoadCpus(), [this](size_t i) {
+  run_pinned(LoadCpus(), [this, first_offset](size_t i) {
     const long size = 2 * buf_size_;
-    AllocMem(bufs_[i + 1], size, static_cast<long>(i) * size);
+    AllocMem(bufs_[i + 1], size, first_offset + static_cast<long>(i) * size);
   });
 }
 

@@ -27,8 +27,9 @@ class LoadBench : public Bench {
 
   // Chooses the CPUs of the current target's threads: those of -l, else those of its CPU node when
   // the load is bound to one, else all; -j of them. Pins the calling thread to the first. exit(1)
-  // when no load thread could run.
-  void ChooseLoadCpus();
+  // when no load thread could run. A CPU that is `reserved` (null: none) for another thread is left
+  // out; where one more remains alone, the main thread shares it with the load, after a warning.
+  void ChooseLoadCpus(const NumaInfo::cpu_ctx* reserved);
 
   // One spinning thread on every node without load, up to the last node with load.
   void StartLoadSpinners();
@@ -37,8 +38,9 @@ class LoadBench : public Bench {
   // enough for one pass of every mix. exit(1) when that does not fit.
   void SizeBuffers(const std::vector<Mix>& mixes, int64_t free);
 
-  // Every buffer is mapped and first touched on the CPU that will use it.
-  void AllocBuffers();
+  // Every buffer is mapped and first touched on the CPU that will use it. In a physical range the
+  // first lies `first_offset` bytes behind its start, the others behind one another.
+  void AllocBuffers(int64_t first_offset);
   void ReleaseBuffers();
 
   // The mix as a part of a log name: "2r1w", "1wn".
@@ -52,7 +54,7 @@ class LoadBench : public Bench {
   std::vector<NumaInfo::cpu_ctx> CandidateCpus();
   void EnsurePass(const std::vector<Mix>& mixes, int64_t free);
 
-  std::vector<int> load_nodes_;  // of all threads, rising
+  std::vector<int> load_nodes_;  // of all threads and the reserved CPU, rising
 };
 
 }  // namespace velmo

@@ -1,10 +1,7 @@
 #include "latency/latency.h"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <chrono>
-#include <functional>
 #include <iostream>
 #include <thread>
 #include <utility>
@@ -15,13 +12,6 @@
 #include "platform/prefetch.h"
 
 namespace velmo {
-namespace {
-
-// Least stride of a random chase with the prefetchers on: beyond the lines that an adjacent-line
-// prefetch brings along. Bytes.
-constexpr int32_t kMinRandomStride = 256;
-
-}  // namespace
 
 Latency::Latency(Configurator config) : Bench(std::move(config)) {}
 
@@ -31,7 +21,7 @@ void Latency::Run() {
   const auto targets = static_cast<uint32_t>(config_.num_targets);
   const int64_t wanted = config_.mem_size;
   for (node_idx_ = 0; node_idx_ < targets; ++node_idx_) {
-    config_.mem_size = wanted == -1 ? kDefaultBuffer : wanted;
+    config_.mem_size = wanted;
     MeasureTarget();
   }
 }
@@ -39,8 +29,9 @@ void Latency::Run() {
 void Latency::MeasureTarget() {
   std::cout << kSeparator << "Memory #" << node_idx_ << " Result\n";
   UpdateFreeMem();
+  if (config_.mem_size == -1) config_.mem_size = kDefaultBuffer;
   config_.mem_size = std::min(config_.mem_size, free_mem_);
-  CheckHolds(config_.stride);
+  check_holds_stride(config_.mem_size, config_.stride);
 
   NumaInfo::cpu_ctx cpu = config_.latency_cpu;
   if (cpu.cpu_id == -1) cpu = GetCPUNode();
@@ -54,10 +45,10 @@ void Latency::MeasureTarget() {
   worker.SetMem(buffer.get());
   PrintSetup(cpu);
 
-  const access_type_t pattern = PreparePattern(worker);
+  const access_type_t pattern = prepare_pattern(worker);
   if (config_.delayed_latency) MeasureOn(worker, pattern, &LatWorker::Delayed);
   if (config_.burst_latency) MeasureOn(worker, pattern, &LatWorker::Burst);
-  if (!rollback_msr()) Warn() << "Failed to rollback msr.\n";
+  restore_prefetch();
   if (config_.node_spinners) StopSpinners();
 }
 
@@ -78,42 +69,12 @@ void Latency::PrintSetup(const NumaInfo::cpu_ctx& cpu) const {
   write_size_lines(std::cout, config_, config_.stride);
 }
 
-access_type_t Latency::PreparePattern(LatWorker& worker) const {
-  access_type_t pattern = kSequential;
-  int32_t& stride = worker.config_.stride;
-  if (!disable_prefetch(worker.config_.latency_cpu.cpu_id)) {
-    Warn() << "Failed to disable prefetcher. Check the root privileges.\n";
-    std::cout << "Using random access pattern to measure latency.\n";
-    pattern = kRandom;
-    if (stride < kMinRandomStride) {
-      std::cerr << stride << " Byte stride is not enough to measure latency so increase to "
-                << kMinRandomStride << " Byte.\n";
-      stride = kMinRandomStride;
-    }
-  }
-  CheckHolds(stride);
-  return pattern;
-}
-
-void Latency::CheckHolds(int32_t stride) const {
-  if (config_.mem_size >= stride) return;
-  Fatal() << "Memory size is smaller than one stride of " << stride << " Byte: " << config_.mem_size
-          << " Byte. Increase it with -m\n";
-}
-
-void Latency::MeasureOn(LatWorker& worker, access_type_t pattern, Measurement measurement) {
+void Latency::MeasureOn(LatWorker& worker, access_type_t pattern, LatThread::Operation operation) {
   worker.InitParameter(pattern, static_cast<int>(node_idx_), config_.verbose, false);
-  pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-  pthread_cond_t cond = PTHREAD_COND_INITIALIZER;
-  std::thread thread = start_thread(measurement, &worker, std::ref(mutex), std::ref(cond));
-  set_thread_affinity(&thread, worker.config_.latency_cpu.cpu_id);
+  LatThread thread(worker, operation);
   std::this_thread::sleep_for(std::chrono::seconds(1));
-  // A thread that is not in its wait yet misses the broadcast.
-  do {
-    pthread_cond_broadcast(&cond);
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  } while (!worker.IsReleased());
-  thread.join();
+  thread.Release();
+  thread.Join();
 }
 
 }  // namespace velmo

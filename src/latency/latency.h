@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include "latency/lat_run.h"
 #include "latency/lat_worker.h"
 #include "mem/bench.h"
 
@@ -17,21 +18,12 @@ class Latency : public Bench {
   void Run() override;
 
  private:
-  using Measurement = void (LatWorker::*)(pthread_mutex_t&, pthread_cond_t&);
-
   void MeasureTarget();
   void StartSpinners(const NumaInfo::cpu_ctx& measuring);
   void PrintSetup(const NumaInfo::cpu_ctx& cpu) const;
 
-  // exit(1) when the buffer does not hold one `stride`.
-  void CheckHolds(int32_t stride) const;
-
-  // Switches the prefetchers off and says which chain may be measured; widens the worker's stride
-  // where only a random one may.
-  access_type_t PreparePattern(LatWorker& worker) const;
-
-  // Runs `measurement` on a thread pinned to the worker's CPU, one second after its start.
-  void MeasureOn(LatWorker& worker, access_type_t pattern, Measurement measurement);
+  // Runs `operation` on its own thread, released one second after its start.
+  void MeasureOn(LatWorker& worker, access_type_t pattern, LatThread::Operation operation);
 };
 
 }  // namespace velmo
