@@ -1,5 +1,6 @@
 #include "app/signal_handler.h"
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -40,6 +41,9 @@ void restore_and_die(int signum) {
   } catch (...) {
     std::cerr << kErrorPrefix << "Unknown exception\n";
   }
+  // The message says what was wrong; a core file in the user's directory would say no more.
+  const rlimit no_core{0, 0};
+  setrlimit(RLIMIT_CORE, &no_core);
   std::abort();  // restores the register on the way out
 }
 

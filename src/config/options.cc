@@ -105,7 +105,9 @@ void set_thread(Configurator& c, const std::string& argument) {
 
 void set_delay(Configurator& c, const std::string& argument) {
   // Goes on to the conversion, which has the last word.
-  if (!is_number(argument)) std::cerr << kErrorPrefix << "Invalid delay: " << argument << '\n';
+  if (!is_number(argument) || argument.find_first_of("0123456789") == std::string::npos) {
+    std::cerr << kErrorPrefix << "Invalid delay: " << argument << '\n';
+  }
   c.delay = to_int(argument);
   if (c.delay < kMinDelay || c.delay > kMaxDelay) {
     Fatal() << "Invalid delay. (100 <= delay <= " << kMaxDelay << ")\n";
