@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 namespace velmo {
 
@@ -31,6 +32,12 @@ void warn_from_handler(const char* text) {
   };
   // Nothing can be done about a standard error that does not take the text.
   [[maybe_unused]] const ssize_t written = writev(STDERR_FILENO, parts, 2);
+}
+
+Fatal::Fatal() {
+  static std::recursive_mutex first_failure;  // never released
+  first_failure.lock();
+  std::cerr << kErrorPrefix;
 }
 
 Fatal::~Fatal() { std::exit(EXIT_FAILURE); }

@@ -36,10 +36,11 @@ std::ostream& Warn();
 void warn_from_handler(const char* text);
 
 // An error that ends the run: `Fatal() << what << '\n';` writes the error prefix and the message to
-// standard error and, at the end of the statement, calls exit(1).
+// standard error and, at the end of the statement, calls exit(1). Of several threads that fail, the
+// first one ends the program and the others wait for it.
 class Fatal {
  public:
-  Fatal() { std::cerr << kErrorPrefix; }
+  Fatal();
   Fatal(const Fatal&) = delete;
   Fatal& operator=(const Fatal&) = delete;
   [[noreturn]] ~Fatal();

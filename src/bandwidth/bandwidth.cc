@@ -134,7 +134,7 @@ void Bandwidth::WriteLog() const {
   std::string name = config_.output.empty() ? "mem" + std::to_string(node_idx_) + "_BW_result_"
                                             : config_.output + "_";
   LogFile log(name + MixName() + "_" + time_stamp() + ".txt");
-  log << "Bandwidth\n";
+  log << std::fixed << std::setprecision(2) << "Bandwidth\n";
   if (config_.full) log << "Using Full Instruction\n";
   log << "memory size: " << static_cast<double>(buf_size_) / kBytesPerMiB << " MiB/thread\n"
       << "chunk size : " << config_.chunk * 8 << " Byte\n";
@@ -142,7 +142,7 @@ void Bandwidth::WriteLog() const {
   log << "the number of BW threads: " << thread_num_ - 1 << "\n\n"
       << "Read Ratio: " << config_.read << " Write Ratio: " << config_.write << '\n';
   if (config_.stream) log << "Using non-temporal write\n";
-  log << '\n' << std::fixed << std::setprecision(2);
+  log << '\n';
   for (size_t i = kBandwidthWarmUp; i < iter_bw_.size(); ++i) {
     log << '#' << i - kBandwidthWarmUp + 1 << ": " << iter_bw_[i] << " MB/s\n";
   }

@@ -3,10 +3,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <limits>
 
 #include "app/console.h"
 #include "app/system.h"
-#include "mem/report.h"
 
 namespace velmo {
 namespace {
@@ -21,8 +21,6 @@ std::vector<int> sorted_unique(std::vector<int> values) {
   values.erase(std::unique(values.begin(), values.end()), values.end());
   return values;
 }
-
-double to_mib(int64_t bytes) { return static_cast<double>(bytes) / kBytesPerMiB; }
 
 // Bytes that a region needs for one pass of `mix`.
 int64_t pass_size(const Mix& mix, bool full) {
@@ -102,6 +100,7 @@ void LoadBench::StartLoadSpinners() {
 
 void LoadBench::SizeBuffers(const std::vector<Mix>& mixes, int64_t free) {
   const int64_t regions = int64_t{2} * (thread_num_ - 1);
+  const bool device = config_.mem_mode == kMemDevdax || config_.mem_mode == kMemPhysical;
   buf_size_ = config_.mem_size;
   if (!config_.no_memnode && buf_size_ > free / regions) {
     Warn() << "Total memory is larger than free space.\n";
@@ -109,15 +108,15 @@ void LoadBench::SizeBuffers(const std::vector<Mix>& mixes, int64_t free) {
   }
   if (buf_size_ == -1) {
     Info() << "Calculate memory buffer size to measure bandwidth ... \n";
-    buf_size_ = free == 0 ? kDeviceRegion : free / regions / kBufferGrain * kBufferGrain;
+    buf_size_ = device ? kDeviceRegion : free / regions / kBufferGrain * kBufferGrain;
   }
-  buf_size_ -= buf_size_ % kLineBytes;  // regions begin and end with a line
   const int64_t ram = sysconf(_SC_PHYS_PAGES) * sysconf(_SC_PAGESIZE);
   if (config_.no_memnode && buf_size_ > ram / regions) {
-    Fatal() << "Memory size is larger than the machine's memory: " << regions << " regions of "
-            << to_mib(buf_size_) << " MiB, " << to_mib(ram) << " MiB of memory\n";
+    Fatal() << "Memory size is larger than the machine's memory of " << ram / kMiB
+            << " MiB: " << regions << " regions of " << buf_size_ / kMiB << " MiB\n";
   }
-  EnsurePass(mixes, free);
+  EnsurePass(mixes, device ? std::numeric_limits<int64_t>::max() : free);
+  buf_size_ -= buf_size_ % kLineBytes;  // regions begin and end with a line
 }
 
 // A region that holds less than a pass would be overrun.
@@ -131,13 +130,14 @@ void LoadBench::EnsurePass(const std::vector<Mix>& mixes, int64_t free) {
   if (buf_size_ >= needed) return;
 
   const int64_t raised = (needed + kBufferGrain - 1) / kBufferGrain * kBufferGrain;
-  if (free != 0 && raised > free / regions) {
+  if (raised > free / regions) {
     Fatal() << "Not enough free memory for the ratio " << largest.read << ":" << largest.write
-            << ", which needs " << to_mib(raised) << " MiB for each of " << regions
-            << " regions. Free: " << to_mib(free) << " MiB\n";
+            << ", which needs " << raised / kMiB << " MiB for each of " << regions
+            << " regions. Free: " << free / kMiB
+            << " MiB. Choose smaller shares, fewer threads (-j) or a size (-m)\n";
   }
   Warn() << "Memory size of " << buf_size_ << " Byte does not hold one pass of the load, raised to "
-         << raised << " Byte (" << to_mib(raised) << " MiB)\n";
+         << raised << " Byte (" << raised / kMiB << " MiB)\n";
   buf_size_ = raised;
 }
 

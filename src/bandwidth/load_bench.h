@@ -34,8 +34,8 @@ class LoadBench : public Bench {
   // One spinning thread on every node without load, up to the last node with load.
   void StartLoadSpinners();
 
-  // Sets buf_size_: the configured size or an equal share of `free` bytes (0: unknown), in any case
-  // enough for one pass of every mix. exit(1) when that does not fit.
+  // Sets buf_size_: the configured size or an equal share of `free` bytes (no matter for devices),
+  // in any case enough for one pass of every mix. exit(1) when that does not fit.
   void SizeBuffers(const std::vector<Mix>& mixes, int64_t free);
 
   // Every buffer is mapped and first touched on the CPU that will use it. In a physical range the

@@ -61,16 +61,18 @@ VELMO_INLINE void SpinTurns(unsigned int turns) {
       "add $1, %0\n\t"
       "cmp %1, %0\n\t"
       "jl 1b"
-      : "+r"(i)
+      : "+&r"(i)
       : "r"(turns)
       : "cc");
 }
 
 template <KernelShape kShape>
-void RunKernel(void*& src, void*& dst, unsigned int count, unsigned int delay) {
+__attribute__((noinline)) void RunKernel(void*& src, void*& dst, unsigned int count,
+                                         unsigned int delay) {
   constexpr int kReads = static_cast<int>(kShape.read_lines);
   const char* s = static_cast<const char*>(src);
   char* d = static_cast<char*>(dst);
+  asm volatile("" ::: "memory");
   for (; count > 0; --count) {
     Repeat<kBlockLines>([ s, d ](auto line) __attribute__((always_inline)) {
       Repeat<kReads>([s](auto read) __attribute__((always_inline)) {
@@ -87,6 +89,7 @@ void RunKernel(void*& src, void*& dst, unsigned int count, unsigned int delay) {
 
 template <Store kStore, bool kWhole>
 void RunGeneric(const char* s, char* d, unsigned int units, int64_t reads, int64_t writes) {
+  asm volatile("" ::: "memory");
   for (; units > 0; --units) {
     for (int64_t i = 0; i < reads; ++i, s += kLineBytes) LoadLine<0, kWhole>(s);
     for (int64_t i = 0; i < writes; ++i, d += kLineBytes) StoreLine<kStore, 0, kWhole>(d);

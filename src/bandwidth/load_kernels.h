@@ -18,8 +18,7 @@
 namespace velmo {
 
 inline constexpr int kLineBytes = 64;
-inline constexpr int kBlockLines =
-    4;  // lines that a kernel writes (or, reading only, reads) a block
+inline constexpr int kBlockLines = 4;  // lines written (or, by a kernel that only reads, read)
 
 void r1(void*& buf, unsigned int count, unsigned int delay);
 void r1w1(void*& buf, unsigned int count, unsigned int delay);

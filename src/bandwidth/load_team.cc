@@ -20,17 +20,23 @@ LoadTeam::LoadTeam(const Configurator& config, std::vector<int> cpus,
 LoadTeam::~LoadTeam() { Stop(); }
 
 void LoadTeam::Park() {
+  threads_.reserve(workers_.size());
   for (size_t i = 0; i < workers_.size(); ++i) {
     threads_.push_back(start_thread(&LoadWorker::Start, workers_[i].get(), std::ref(mutex_),
                                     std::ref(cond_), std::ref(waiting_)));
     set_thread_affinity(&threads_.back(), cpus_[i]);
   }
-  while (waiting_ != static_cast<int>(workers_.size())) {
+  WaitUntilParked();
+}
+
+void LoadTeam::WaitUntilParked() const {
+  while (waiting_ != static_cast<int>(threads_.size())) {
     std::this_thread::sleep_for(std::chrono::microseconds(1));
   }
 }
 
 void LoadTeam::OpenGate() {
+  opened_ = true;
   do {
     pthread_cond_broadcast(&cond_);
     std::this_thread::sleep_for(std::chrono::microseconds(10));
@@ -46,7 +52,10 @@ double LoadTeam::Sample(size_t i) {
 
 void LoadTeam::Stop() {
   for (const auto& worker : workers_) worker->stop_ = true;
-  OpenGate();
+  if (!opened_) {
+    WaitUntilParked();
+    OpenGate();
+  }
   for (std::thread& thread : threads_) {
     if (thread.joinable()) thread.join();
   }

@@ -16,8 +16,8 @@ namespace velmo {
 class LoadTeam {
  public:
   // One worker for each entry of `cpus`, on the buffer of the same index in `bufs`: 2 * `region`
-  // bytes, not owned. With `analyzer` the workers run use_pa passes and every line that they touch
-  // carries their CPU number.
+  // bytes, not owned. With `analyzer` the workers run use_pa passes, and before them one line a
+  // stride carries their CPU number.
   LoadTeam(const Configurator& config, std::vector<int> cpus, const std::vector<void*>& bufs,
            int64_t region, bool analyzer);
   ~LoadTeam();
@@ -44,6 +44,8 @@ class LoadTeam {
   double Join(size_t i);
 
  private:
+  void WaitUntilParked() const;
+
   std::vector<int> cpus_;
   std::vector<std::unique_ptr<LoadWorker>> workers_;
   std::vector<std::thread> threads_;
@@ -51,6 +53,7 @@ class LoadTeam {
   pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
   pthread_cond_t cond_ = PTHREAD_COND_INITIALIZER;
   std::atomic<int> waiting_{0};
+  bool opened_ = false;
 };
 
 }  // namespace velmo

@@ -50,13 +50,14 @@ class alignas(1024) LoadWorker {
   LoadWorker& operator=(const LoadWorker&) = delete;
 
   // Takes the regions: `size` bytes at `buf` to read and `size` bytes behind them to write, not
-  // owned; each must hold a pass. Both are evicted from the caches. With `fill` other than -1,
-  // first its low byte is stored at every stride, and Start works in the protocol-analyzer mode.
+  // owned; each must hold a pass. One line a stride of both is evicted from the caches. With `fill`
+  // other than -1, first its low byte is stored at every stride, and Start works in the
+  // protocol-analyzer mode.
   void SetMem(void* buf, long size, long fill);
 
   // Counts itself in `waiting`, waits on `cond` once, and moves memory: until stop_ is true, adding
   // every pass to bytes_, or in the protocol-analyzer mode for use_pa passes, leaving bandwidth_.
-  // The driver broadcasts until `waiting` is 0 again.
+  // The driver broadcasts once all workers have counted themselves, and until `waiting` is 0 again.
   void Start(pthread_mutex_t& mutex, pthread_cond_t& cond, std::atomic<int>& waiting);
 
   std::atomic<uint64_t> bytes_{0};  // moved since the driver last took the value

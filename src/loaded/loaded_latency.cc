@@ -43,8 +43,7 @@ void LoadedLatency::MeasureTarget() {
   lat_size_ = std::min(kDefaultBuffer, free_mem_ / kLatencyShare / kBufferGrain * kBufferGrain);
   lat_stride_ = config_.stride;
   check_holds_stride(lat_size_, lat_stride_);
-  SizeBuffers({{config_.read, config_.write, config_.stream ? 1 : 0}},
-              free == 0 ? 0 : free - lat_size_);
+  SizeBuffers({{config_.read, config_.write, config_.stream ? 1 : 0}}, free - lat_size_);
   if (config_.node_spinners) StartLoadSpinners();
   const TargetBuffer lat_buffer(*this, lat_size_, 0);
   lat_buf_ = lat_buffer.get();

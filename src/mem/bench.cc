@@ -166,7 +166,14 @@ void Bench::StartSpinner(const NumaInfo::cpu_ctx* cpu) {
     sched_setscheduler(0, SCHED_IDLE, &priority);
     Spin();
   }));
-  if (cpu != nullptr) set_thread_affinity(&threads_.back(), cpu->cpu_id);
+  if (cpu != nullptr) {
+    set_thread_affinity(&threads_.back(), cpu->cpu_id);
+    return;
+  }
+  // The starting thread is pinned and hands that on.
+  cpu_set_t all;
+  std::memset(&all, 0xFF, sizeof all);
+  pthread_setaffinity_np(threads_.back().native_handle(), sizeof all, &all);
 }
 
 void Bench::StopSpinners() {

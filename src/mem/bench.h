@@ -66,7 +66,7 @@ class Bench {
   double free_ratio_ = 0.8;           // share of the free memory that is usable
 
  protected:
-  ~Bench() = default;
+  ~Bench() { StopSpinners(); }
 
  private:
   int FindNearestCpuNode();

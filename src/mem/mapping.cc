@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include "app/console.h"
-#include "app/system.h"
 
 namespace velmo {
 namespace {
@@ -28,11 +27,15 @@ class Descriptor {
   int fd_;
 };
 
-// Descriptor of a new file named after the template `name`, or -1. No signal that ends the program
-// comes between its making and its unlinking.
-int make_unlinked_file(std::string& name) {
-  const EndSignalsBlocked blocked;
-  const int fd = mkstemp(name.data());
+// Descriptor of a new file in `dir` without a name, or -1. Where the file system cannot make one
+// without, it has one for a moment.
+int make_unnamed_file(const std::string& dir) {
+  int fd = open(dir.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR);
+  if (fd >= 0) return fd;
+  std::string name = dir;
+  if (name.empty() || name.back() != '/') name += '/';
+  name += "velmo_XXXXXX";
+  fd = mkstemp(name.data());
   if (fd >= 0) unlink(name.c_str());
   return fd;
 }
@@ -85,10 +88,7 @@ void mmap_devdax(void*& addr, long len, const std::string& path) {
 }
 
 void mmap_pmem(void*& addr, long len, const std::string& dir) {
-  std::string name = dir;
-  if (name.empty() || name.back() != '/') name += '/';
-  name += "velmo_XXXXXX";
-  const Descriptor file(make_unlinked_file(name));
+  const Descriptor file(make_unnamed_file(dir));
   if (file.get() < 0) Fatal() << "Failed to allocate memory. Check file path or pmem.\n";
   if (posix_fallocate(file.get(), 0, len) != 0) {
     Fatal() << "Failed to allocate memory. There is not enough free memory\n";
