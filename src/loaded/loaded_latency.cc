@@ -4,10 +4,12 @@
 #include <chrono>
 #include <cmath>
 #include <iostream>
+#include <optional>
 #include <thread>
 #include <utility>
 
 #include "app/console.h"
+#include "app/system.h"
 #include "bandwidth/load_team.h"
 #include "latency/lat_run.h"
 #include "platform/prefetch.h"
@@ -15,11 +17,9 @@
 namespace velmo {
 namespace {
 
-// No delay from here on is measured.
+// The sweep ends before this delay.
 constexpr unsigned int kDelayEnd = 200'000;
-// How long the load runs before the latency is measured.
-constexpr std::chrono::seconds kRampUp(5);
-// The latency buffer may take this part of the usable memory.
+// The latency buffer takes at most a quarter of the usable memory.
 constexpr int64_t kLatencyShare = 4;
 
 }  // namespace
@@ -40,13 +40,18 @@ void LoadedLatency::MeasureTarget() {
   const int64_t free = UpdateFreeMem();
   ChooseCpus();
 
-  lat_size_ = std::min(kDefaultBuffer, free_mem_ / kLatencyShare / kBufferGrain * kBufferGrain);
+  lat_size_ = std::min(kDefaultBuffer, free / kLatencyShare / kBufferGrain * kBufferGrain);
+  if (config_.mem_mode == kMemPhysical) lat_size_ = kDefaultBuffer / kLatencyShare;
+  if (lat_size_ == 0) {
+    Fatal() << "Not enough free memory for the latency buffer: " << free << " Byte\n";
+  }
   lat_stride_ = config_.stride;
-  check_holds_stride(lat_size_, lat_stride_);
   SizeBuffers({{config_.read, config_.write, config_.stream ? 1 : 0}}, free - lat_size_);
   if (config_.node_spinners) StartLoadSpinners();
-  const TargetBuffer lat_buffer(*this, lat_size_, 0);
-  lat_buf_ = lat_buffer.get();
+  // First touched on the CPU that will use it, as the load's buffers are.
+  std::optional<TargetBuffer> lat_buffer;
+  run_pinned({lat_cpu_.cpu_id}, [&](size_t) { lat_buffer.emplace(*this, lat_size_, 0); });
+  lat_buf_ = lat_buffer->get();
   AllocBuffers(lat_size_);
   WriteHeader(std::cout);
 
@@ -77,7 +82,7 @@ LoadedLatency::Result LoadedLatency::MeasurePoint(unsigned int delay) {
   worker.InitParameter(pattern, static_cast<int>(node_idx_), -1, true);
   LatThread thread(worker, &LatWorker::Burst);
   team.OpenGate();
-  std::this_thread::sleep_for(kRampUp);
+  std::this_thread::sleep_for(ramp_up_);
   for (size_t t = 0; t < team.size(); ++t) team.Sample(t);
 
   thread.Release();

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <ostream>
 #include <vector>
 
@@ -38,14 +39,15 @@ class LoadedLatency : public LoadBench {
   // change of bandwidth between them as a fraction of the maximum.
   void Recursive(unsigned int lo, unsigned int hi, double bw_lo, double gap);
 
-  // Fills in points between `lo` and `hi` where the latency, in ns, passes from `lat_min` to
-  // `lat_max`.
+  // Looks between `lo` and `hi` for a point whose latency, in ns, lies between `lat_min` and
+  // `lat_max`; once one was found, only below it.
   void RecursiveLat(unsigned int lo, unsigned int hi, double lat_min, double lat_max);
 
   // Sorts the results by delay, prints and logs them.
   void PrintResult();
 
-  int step_hold_ = 1;  // points of little change after which the step grows
+  std::chrono::seconds ramp_up_{5};  // how long the load runs before the latency is measured
+  int step_hold_ = 1;                // points of little change after which the step grows
   std::array<unsigned int, 13> delay_steps_{4,   8,    16,   32,   64,   128,  256,
                                             512, 1024, 2048, 4096, 8192, 16384};
   double bw_change_ratio_ = 0.15;  // change of bandwidth, of the maximum, that is filled in

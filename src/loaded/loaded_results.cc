@@ -68,10 +68,12 @@ void LoadedLatency::WriteLog() const {
                                ? "mem" + std::to_string(node_idx_) + "_loaded-lat_result_"
                                : config_.output;
   LogFile log(stem + MixName() + "_" + time_stamp() + ".txt");
+  log << std::fixed;
+  log.precision(2);
   log << "Loaded-Latency\n";
   if (config_.full) log << "Using Full Instruction\n";
   WriteHeader(log);
-  log << "\nResults\n" << std::fixed;
+  log << "\nResults\n";
   WriteResults(log, "    overhead: ");
 }
 
