@@ -104,6 +104,10 @@ long Bench::UpdateFreeMem() {
   const long free = GetFreeMemSize();
   free_mem_ = free / kBufferGrain * kBufferGrain;
   if (free_mem_ == 0) free_mem_ = kDefaultBuffer;
+  if (config_.mem_mode == kMemDevdax) {
+    const int64_t size = devdax_size(config_.path);
+    if (size >= kBufferGrain) free_mem_ = std::min(free_mem_, size / kBufferGrain * kBufferGrain);
+  }
   return free;
 }
 

@@ -5,9 +5,12 @@
 #include <numaif.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include "app/console.h"
+#include "app/system.h"
+#include "platform/text_file.h"
 
 namespace velmo {
 namespace {
@@ -75,13 +78,25 @@ void mmap_devmem(void*& addr, long base, long len, bool sync, long offset) {
                     "(CONFIG_STRICT_DEVMEM=n)\n");
 }
 
+int64_t devdax_size(const std::string& path) {
+  struct stat status;
+  if (stat(path.c_str(), &status) != 0) return -1;
+  if (S_ISREG(status.st_mode)) return status.st_size;
+  if (!S_ISCHR(status.st_mode)) return -1;
+  const std::string attribute = "/sys/dev/char/" + std::to_string(major(status.st_rdev)) + ":" +
+                                std::to_string(minor(status.st_rdev)) + "/size";
+  std::string size;
+  // Other character devices have no such file.
+  return read_first_line(attribute, size) ? to_long(size) : -1;
+}
+
 void mmap_devdax(void*& addr, long len, const std::string& path) {
   const Descriptor file(open(path.c_str(), O_RDWR));
   if (file.get() < 0) Fatal() << "Failed to allocate memory. Check path or dax device.\n";
-  // Beyond its end a file would map, and fault at the first touch.
-  struct stat status;
-  if (fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size < len) {
-    Fatal() << "Failed to allocate memory. " << path << " holds " << status.st_size << " of " << len
+  // What lies beyond its end would map, and fault at the first touch.
+  const int64_t size = devdax_size(path);
+  if (size >= 0 && size < len) {
+    Fatal() << "Failed to allocate memory. " << path << " holds " << size << " of " << len
             << " Byte. Check path or dax device, or set a smaller size with -m\n";
   }
   addr = map_shared(file, len, 0, "Failed to allocate memory.\n");

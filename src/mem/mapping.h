@@ -6,6 +6,7 @@
 
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace velmo {
@@ -17,6 +18,9 @@ void mmap_numa(void*& addr, long len, int node, bool no_bind);
 // `len` bytes of physical memory at `base + offset` (/dev/mem), uncached with `sync` where the
 // architecture can. An address that is not page-aligned is refused by the kernel.
 void mmap_devmem(void*& addr, long base, long len, bool sync, long offset);
+
+// Bytes that the device-DAX device, or the file in its place, `path` holds; -1 when nothing tells.
+int64_t devdax_size(const std::string& path);
 
 // The first `len` bytes of the device-DAX device `path`.
 void mmap_devdax(void*& addr, long len, const std::string& path);
