@@ -101,6 +101,15 @@ void LoadBench::StartLoadSpinners() {
 void LoadBench::SizeBuffers(const std::vector<Mix>& mixes, int64_t free) {
   const int64_t regions = int64_t{2} * (thread_num_ - 1);
   const bool device = config_.mem_mode == kMemDevdax || config_.mem_mode == kMemPhysical;
+  if (config_.mem_mode == kMemNuma && config_.no_memnode) {
+    // What is free for memory without a node is a fixed size, which a small machine does not have.
+    const int64_t ram = sysconf(_SC_PHYS_PAGES) * sysconf(_SC_PAGESIZE);
+    free = std::min(free, static_cast<int64_t>(static_cast<double>(ram) * free_ratio_));
+    if (config_.mem_size > ram / regions) {
+      Fatal() << "Memory size is larger than the machine's memory of " << ram / kMiB
+              << " MiB: " << regions << " regions of " << config_.mem_size / kMiB << " MiB\n";
+    }
+  }
   buf_size_ = config_.mem_size;
   if (!config_.no_memnode && buf_size_ > free / regions) {
     Warn() << "Total memory is larger than free space.\n";
@@ -109,11 +118,6 @@ void LoadBench::SizeBuffers(const std::vector<Mix>& mixes, int64_t free) {
   if (buf_size_ == -1) {
     Info() << "Calculate memory buffer size to measure bandwidth ... \n";
     buf_size_ = device ? kDeviceRegion : free / regions / kBufferGrain * kBufferGrain;
-  }
-  const int64_t ram = sysconf(_SC_PHYS_PAGES) * sysconf(_SC_PAGESIZE);
-  if (config_.no_memnode && buf_size_ > ram / regions) {
-    Fatal() << "Memory size is larger than the machine's memory of " << ram / kMiB
-            << " MiB: " << regions << " regions of " << buf_size_ / kMiB << " MiB\n";
   }
   EnsurePass(mixes, device ? std::numeric_limits<int64_t>::max() : free);
   buf_size_ -= buf_size_ % kLineBytes;  // regions begin and end with a line

@@ -1,6 +1,7 @@
 #include "bandwidth/load_kernels.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <iterator>
 #include <utility>
 
@@ -20,7 +21,7 @@ VELMO_INLINE void LoadPart(const char* base) {
 }
 
 template <Store kStore, int kOffset>
-VELMO_INLINE void StorePart(char* base) {
+VELMO_INLINE void StorePart(char* base) {  // NOLINT(readability-non-const-parameter): stored to
   if constexpr (kStore == Store::kStreaming) {
     asm volatile("movntdq %%xmm1, %c1(%0)" ::"r"(base), "i"(kOffset));
   } else {
@@ -80,8 +81,8 @@ __attribute__((noinline)) void RunKernel(void*& src, void*& dst, unsigned int co
       });
       StoreLine<kShape.store, line * kLineBytes, kShape.whole_line>(d);
     });
-    s += kReads * kBlockLines * kLineBytes;
-    d += kBlockLines * kLineBytes;
+    s += ptrdiff_t{kReads} * kBlockLines * kLineBytes;
+    d += ptrdiff_t{kBlockLines} * kLineBytes;
     SpinTurns(delay);
   }
   asm volatile("" ::: "memory");
