@@ -1,0 +1,42 @@
+# machine: default
+# A CPU offline, then all CPUs of a node.
+
+echo 0 >/sys/devices/system/cpu/cpu1/online
+run -I
+expect 'numa_id  : 0
+is_online: 1
+local_id : 0
+has_cpu  : 1
+cpu list : 0
+'
+run -B -j 4
+expect_status 1
+expect 'Invalid thread. (2 <= thread <= 3): 4'
+# The kernel takes the topology of an offline CPU away, without which it counts as online.
+run -Z -M 2 -k 2 -l 0-1 -m 8m
+expect_status 1
+expect 'Failed to pin thread to CPU 1'
+echo 1 >/sys/devices/system/cpu/cpu1/online
+
+echo 0 >/sys/devices/system/cpu/cpu2/online
+echo 0 >/sys/devices/system/cpu/cpu3/online
+run -I
+expect 'numa_id  : 1
+is_online: 1
+local_id : 2
+has_cpu  : 0
+cpu list : '
+run -C 1 -Y
+expect_status 1
+expect 'Invalid cpunode: 1'
+# Now nodes 1 and 2 are nearest to each other, and neither has a CPU to measure from.
+run -A -Y -m 64m -i 1
+expect_status 0
+expect '===== Find Local CPU node ====='
+expect 'cpu-numa_id: 0
+mem-numa_id: 1
+cpu_id     : 1'
+expect 'cpu-numa_id: 0
+mem-numa_id: 2
+cpu_id     : 1'
+expect_results 2
