@@ -1,11 +1,22 @@
-// Runs code in a child process and collects what it prints and how it ends: the way to test
-// functions that call exit().
+// Runs code that may end the process in a child, and collects what it prints and how it ends.
 
 #pragma once
 
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iostream>
+#include <iterator>
 #include <string>
 #include <vector>
+
+#include "app/console.h"
 
 namespace velmo_test {
 
@@ -13,28 +24,65 @@ struct Outcome {
   int status = -1;  // exit status; 128 + signal number when a signal ended the child
   std::string out;  // standard output
   std::string err;  // standard error
+
+  bool operator==(const Outcome&) const = default;
+  friend std::ostream& operator<<(std::ostream& out, const Outcome& outcome) {
+    return out << outcome.status << "\nout: " << outcome.out << "\nerr: " << outcome.err;
+  }
 };
 
-// Runs `body` in a forked child, which exits with 0 when `body` returns.
-Outcome RunForked(const std::function<void()>& body);
+// A line on standard error behind its prefix.
+inline std::string Error(const std::string& line) { return velmo::kErrorPrefix + line + '\n'; }
+inline std::string Warning(const std::string& line) { return velmo::kWarningPrefix + line + '\n'; }
 
-// Runs the built velmo with `args` in directory `dir` (empty: here).
-Outcome RunVelmo(const std::vector<std::string>& args, const std::string& dir = "");
+inline std::string ReadAll(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
 
 // A directory of its own under /tmp, removed with all it holds.
 class TempDir {
  public:
-  TempDir();
-  ~TempDir();
+  TempDir() {
+    if (mkdtemp(path_.data()) == nullptr) std::abort();
+  }
+  ~TempDir() { std::filesystem::remove_all(path_); }
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
 
   const std::string& path() const { return path_; }
   // Writes a file below the directory, making the folders on the way; returns its path.
-  std::string Write(const std::string& name, const std::string& text) const;
+  std::string Write(const std::string& name, const std::string& text) const {
+    const std::filesystem::path path = std::filesystem::path(path_) / name;
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+  }
 
  private:
-  std::string path_;
+  std::string path_ = "/tmp/velmo_test_XXXXXX";
 };
+
+// Runs `body` in a forked child, which exits with 0 when `body` returns.
+inline Outcome RunForked(const std::function<void()>& body) {
+  const TempDir dir;
+  const std::string out = dir.Write("out", "");
+  const std::string err = dir.Write("err", "");
+  std::cout.flush();
+  const pid_t child = fork();
+  if (child == 0) {
+    if (!std::freopen(out.c_str(), "w", stdout) || !std::freopen(err.c_str(), "w", stderr))
+      _exit(1);
+    // An exception must end the child, not unwind into the test that forked it.
+    [&body]() noexcept { body(); }();
+    std::cout.flush();
+    _exit(0);
+  }
+  int status = 0;
+  waitpid(child, &status, WUNTRACED);
+  if (WIFSTOPPED(status)) kill(child, SIGKILL);  // nobody would wake it
+  const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return {code, ReadAll(out), ReadAll(err)};
+}
 
 }  // namespace velmo_test

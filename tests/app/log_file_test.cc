@@ -1,0 +1,44 @@
+#include "app/log_file.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <iostream>
+
+#include "support/subprocess.h"
+
+namespace velmo_test {
+namespace {
+
+// Opens a log at `path`, writes to it and prints whether the stream still holds.
+Outcome WriteLog(const std::string& path) {
+  return RunForked([&] {
+    umask(077);
+    velmo::LogFile log(path);
+    log << "new\n" << std::flush;
+    std::cout << (log ? "written" : "lost");
+  });
+}
+
+TEST(LogFile, IsOpenToAllAndReplacesWhatWasThereOnlyInAFileOfItsOwn) {
+  const TempDir dir;
+  const std::string at = dir.path() + "/";
+  dir.Write("old", "an older and longer log\n");
+  for (const char* name : {"fresh", "old"}) {
+    EXPECT_EQ(WriteLog(at + name), (Outcome{0, "written", ""}));
+    EXPECT_EQ(ReadAll(at + name), "new\n");
+    EXPECT_EQ(std::filesystem::status(at + name).permissions(), std::filesystem::perms{0666});
+  }
+  const std::string victim = dir.Write("victim", "precious");
+  std::filesystem::create_symlink(victim, at + "link");
+  std::filesystem::create_hard_link(victim, at + "hard_link");
+  ASSERT_EQ(mkfifo((at + "fifo").c_str(), 0600), 0);
+  for (const char* name : {"link", "hard_link", "fifo", "no/where"}) {
+    EXPECT_EQ(WriteLog(at + name), (Outcome{0, "lost", ""})) << name;
+  }
+  EXPECT_EQ(ReadAll(victim), "precious");
+}
+
+}  // namespace
+}  // namespace velmo_test

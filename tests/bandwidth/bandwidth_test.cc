@@ -1,0 +1,176 @@
+#include "bandwidth/bandwidth.h"
+
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <iomanip>
+#include <regex>
+
+#include "app/console.h"
+#include "support/subprocess.h"
+
+namespace velmo {
+namespace {
+
+using velmo_test::Error;
+using velmo_test::Warning;
+
+constexpr int64_t kMiB = 1 << 20;
+const int kHere = sched_getcpu();
+
+// CPUs by their distance from kHere, two a node. Those other than kHere need not exist.
+std::vector<NumaInfo::cpu_ctx> Cpus(const std::vector<int>& distances) {
+  std::vector<NumaInfo::cpu_ctx> cpus;
+  for (const int d : distances) cpus.push_back({1, kHere + d, d, d / 2});
+  return cpus;
+}
+
+struct TestBandwidth final : Bandwidth {
+  TestBandwidth() : Bandwidth({}) {
+    config_.memnode_list = {0};
+    free_mem_ = 2 * kMiB;
+  }
+  using LoadBench::ChooseLoadCpus, LoadBench::MixName, LoadBench::SizeBuffers,
+      LoadBench::StartLoadSpinners;
+};
+
+TEST(LoadBench, ChoosesCpusAndKeepsNodesBelowThemAwake) {
+  const std::string few =
+      "At least two CPUs are needed, one for the main thread and one for the load";
+  const std::string fewer =
+      "The number of online cpu is less than -j (--thread) argument\n                "
+      "Maximum online cpu: ";
+  const std::string here = std::to_string(kHere);
+  const std::string shared =
+      "The main thread shares CPU " + here + " with the only load thread: no other CPU is left";
+  const std::string besides = few + ", besides the one that measures latency. There is: ";
+  const std::vector<std::vector<int>> machine = {{1, 0}, {3, 2}, {}, {7, 6}};
+  const struct {
+    std::vector<int> listed;
+    int thread, local, node, reserved;
+    std::vector<std::vector<int>> nodes;
+    std::string cpus, err;  // CPUs, nodes of the load, spinners; empty: an error
+  } cases[] = {
+      {{5, 0, 4}, 2, 0, -1, -1, {{0}, {}, {0}}, "0 5 on 2; 0", ""},
+      {{5, 0, 3}, -1, 1, 2, -1, {{0}, {0}, {0}}, "0 3 5 on 1-2; 0", ""},
+      {{7, 0}, -1, 0, -1, -1, {{0}, {0}, {}, {0}, {0}}, "0 7 on 3; 1", ""},
+      {{}, 9, 0, 0, -1, machine, "0 1 2 3 6 7 on 0-1,3; 0", Warning(fewer + "6")},
+      {{}, 3, 0, 0, -1, machine, "0 1 3 on 0-1; 0", ""},
+      {{}, -1, 1, 0, -1, machine, "0 1 on 0; 0", ""},
+      {{}, -1, 1, -1, -1, {{}, {0, 1}}, "0 1 on 0; 1", ""},
+      {{}, -1, 0, -1, 4, {{}, {0, 4}}, "0 0 on 0; 1", Warning(shared)},
+      {{}, -1, 0, -1, -1, {{}, {0}}, "", Error(few + ". There is: " + here)},
+      {{}, 2, 0, -1, 0, {{0}}, "", Warning(fewer + "0") + Error(besides)},
+  };
+  for (const auto& c : cases) {
+    const auto outcome = velmo_test::RunForked([&] {
+      TestBandwidth b;
+      b.config_.load_cpu = Cpus(c.listed);
+      b.config_.thread = c.thread;
+      b.config_.bandwidth_local = c.local;
+      b.config_.cpunode_list = {c.node};
+      for (const auto& node : c.nodes) b.config_.node_cpus.push_back(Cpus(node));
+      const auto reserved = Cpus({c.reserved});
+      b.ChooseLoadCpus(c.reserved < 0 ? nullptr : reserved.data());
+      b.StartLoadSpinners();
+      std::string cpus;
+      for (const int cpu : b.bw_cpus_) cpus += std::to_string(cpu - kHere) + ' ';
+      cpus += "on " + b.bw_numa_str_ + "; " + std::to_string(b.threads_.size());
+      b.StopSpinners();
+      if (cpus != c.cpus || sched_getcpu() != kHere) _exit(9);
+    });
+    EXPECT_EQ(outcome.status, c.cpus.empty() ? 1 : 0) << &c - cases;
+    EXPECT_EQ(outcome.err, c.err) << &c - cases;
+  }
+}
+
+TEST(LoadBench, SizesBuffers) {
+  const int64_t ram = sysconf(_SC_PHYS_PAGES) * sysconf(_SC_PAGESIZE);
+  const std::string full = Warning("Total memory is larger than free space.");
+  const std::string lack = kErrorPrefix + std::string("Not enough free memory for the ratio ");
+  const std::string from = kWarningPrefix + std::string("Memory size of ");
+  const std::string to = " Byte does not hold one pass of the load, raised to ";
+  const Mix r1{1, 0, 0}, r3{3, 1, 1};
+  constexpr int32_t kMax = 0x7fffffff;
+  const struct {
+    int kind;  // 0: no memory node, 1: node, 4: physical range
+    int64_t size, free;
+    std::vector<Mix> mixes;
+    int64_t expected;  // with four regions; 0: an error
+    std::string err;   // how it begins
+  } cases[] = {
+      {1, kMiB, 4 * kMiB, {r1}, kMiB, ""},
+      {1, kMiB + 1, 4 * kMiB + 3, {r1}, 0, full + lack + "1:0, which needs 2 MiB"},
+      {1, 9 * kMiB, 21 * kMiB, {r1}, 4 * kMiB, full},
+      {1, -1, 21 * kMiB, {r1}, 4 * kMiB, ""},
+      {1, -1, 0, {r1}, 0, lack},
+      {4, -1, 0, {r1}, 100 * kMiB, ""},
+      {4, -1, 0, {{1601, 0, 1}}, 102 * kMiB, from + "104857600" + to + "106954752 Byte (102 MiB)"},
+      {0, 786'433, 8 * kMiB, {r1, r3, r1}, 786'432, ""},
+      {0, 786'431, 8 * kMiB, {r1, r3}, 2 * kMiB, from + "786431" + to + "2097152 Byte (2 MiB)"},
+      {0, 786'431, 8 * kMiB - 1, {r3, r1}, 0, lack + "3:1, which needs 2 MiB"},
+      {0, kMiB, 4096 * kMiB, {{1, kMax, 1}}, 0, lack + "1:2147483647, which needs 134217728 MiB"},
+      {0, ram / 4 + 64, 4096 * kMiB, {r1}, 0, kErrorPrefix},
+  };
+  for (const auto& c : cases) {
+    const auto outcome = velmo_test::RunForked([&c] {
+      TestBandwidth b;
+      b.thread_num_ = 3;
+      b.config_.mem_size = c.size;
+      b.config_.no_memnode = c.kind != 1;
+      b.config_.mem_mode = c.kind == 4 ? kMemPhysical : kMemNuma;
+      b.SizeBuffers(c.mixes, c.free);
+      if (b.buf_size_ != c.expected) _exit(9);
+    });
+    EXPECT_EQ(outcome.status, c.expected == 0 ? 1 : 0) << &c - cases;
+    EXPECT_EQ(outcome.err.substr(0, c.err.size()), c.err) << &c - cases;
+    EXPECT_EQ(outcome.err.empty(), c.err.empty()) << &c - cases;
+  }
+}
+
+TEST(Bandwidth, PrintsAndLogsWhatItMeasures) {
+  const velmo_test::TempDir dir;
+  const auto outcome = velmo_test::RunForked([&dir] {
+    TestBandwidth b;
+    b.config_.load_cpu = Cpus({0, 0});
+    b.config_.num_targets = 1;
+    b.config_.mem_size = 3 * kMiB / 2;
+    b.config_.iter = 5;
+    b.config_.read = 2;
+    b.config_.write = 1;
+    b.config_.stream = b.config_.full = true;
+    std::filesystem::current_path(dir.path());
+    std::cout << std::fixed << std::setprecision(2);
+    b.Run();
+  });
+  const std::string id = std::to_string(kHere);
+  const std::string lines = "cpu-numa_id: 0\nBW threads cpu_id: " + id +
+                            "\nmain thread cpu_id: " + id +
+                            "\nmem-numa_id: none (follow the system allocation)\n";
+  const std::string size = "memory size: 1.50 MiB/thread\n";
+  const std::string threads = "the number of BW threads: 1\n";
+  const std::string mix = "Write Ratio: 1\nUsing non-temporal write\n";
+  std::smatch value;
+  ASSERT_TRUE(std::regex_search(outcome.out, value, std::regex(R"(#1: (\d+\.\d\d) MB/s)")))
+      << outcome;
+  EXPECT_TRUE(std::stod(value[1]) > 1 && std::stod(value[1]) < 1e7) << "not in MB/s";
+  std::string results;
+  for (const std::string label : {"#1", "Avg. BW", "Max. BW", "Min. BW"})
+    results += label + ": " + value.str(1) + " MB/s\n";
+  EXPECT_EQ(outcome.out, "Measure Memory Bandwidth\n" +
+                             (kSeparator + ("Memory #0 Result\n" + lines)) + size + threads +
+                             "(Sequential)\n\nRead Ratio : 2 " + mix + results + kSeparator);
+  EXPECT_EQ(outcome.err, "");
+  const std::filesystem::path log = *std::filesystem::directory_iterator(dir.path());
+  EXPECT_TRUE(std::regex_match(log.filename().string(),
+                               std::regex(R"(mem0_BW_result_2r1wn_\d{8}_\d{6}\.txt)")))
+      << log;
+  EXPECT_EQ(velmo_test::ReadAll(log), "Bandwidth\nUsing Full Instruction\n" + size +
+                                          "chunk size : 16 Byte\n" + lines + threads +
+                                          "\nRead Ratio: 2 " + mix + "\n" + results);
+}
+
+}  // namespace
+}  // namespace velmo

@@ -1,0 +1,124 @@
+#include "bandwidth/load_worker.h"
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <thread>
+
+#include "app/system.h"
+
+namespace velmo {
+namespace {
+
+constexpr int64_t kPage = 4096;
+constexpr int32_t kMax = std::numeric_limits<int32_t>::max();
+
+TEST(LoadPlan, ChoosesTheKernelAndCountsLines) {
+  // Read and write share, stream, full; explicit reads a unit; lines a block (1: generic loop).
+  const std::array<int, 6> cases[] = {
+      {1, 0, 1, 0, 1, 4},       {0, 1, 1, 0, 0, 4},       {1, 1, 1, 1, 1, 4},
+      {2, 1, 1, 0, 2, 4},       {3, 1, 1, 0, 3, 4},       {4, 1, 1, 0, 4, 1},
+      {0, 2, 1, 1, 0, 1},       {3, 2, 1, 0, 3, 1},       {2, 0, 1, 0, 2, 1},
+      {1, 0, 0, 1, 1, 4},       {1, 1, 0, 1, 0, 4},       {2, 1, 0, 1, 1, 4},
+      {3, 1, 0, 1, 2, 4},       {4, 1, 0, 1, 3, 1},       {2, 2, 0, 1, 0, 1},
+      {5, 3, 0, 1, 2, 1},       {2, 0, 0, 1, 2, 1},       {1, 0, 0, 0, 1, 4},
+      {1, 1, 0, 0, 0, 4},       {2, 1, 0, 0, 1, 4},       {3, 1, 0, 0, 2, 4},
+      {4, 1, 0, 0, 3, 1},       {3, 2, 0, 0, 1, 1},       {3, 0, 0, 0, 3, 1},
+      {kMax, 1, 1, 1, kMax, 1}, {kMax, kMax, 0, 1, 0, 1}, {kMax, kMax, 1, 1, kMax, 1}};
+  for (const auto& [read, write, stream, full, reads, lines] : cases) {
+    SCOPED_TRACE(std::to_string(read) + ":" + std::to_string(write));
+    const LoadPlan plan({read, write, stream}, full != 0, kBlocksPerPass);
+    const Store store = stream != 0 ? Store::kStreaming : Store::kCached;
+    const KernelShape shape{reads, write > 0 ? store : Store::kNone, full + stream > 0};
+    EXPECT_TRUE(plan.shape == shape);
+    EXPECT_EQ(plan.kernel, lines == 4 ? FindKernel(shape) : nullptr);
+    EXPECT_EQ(plan.kernel != nullptr, lines == 4);
+    const int64_t pass = int64_t{64} * 1024 * lines;
+    EXPECT_EQ(plan.pass_bytes, pass * read + pass * write);
+    EXPECT_EQ(plan.read_step, pass * reads);
+    EXPECT_EQ(plan.write_step, pass * write);
+  }
+}
+
+void RunOnThread(LoadWorker& worker) {
+  pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+  pthread_cond_t cond = PTHREAD_COND_INITIALIZER;
+  std::atomic<int> waiting{0};
+  std::thread thread([&] { worker.Start(mutex, cond, waiting); });
+  while (waiting == 0) std::this_thread::yield();
+  while (waiting != 0) pthread_cond_broadcast(&cond);
+  thread.join();
+}
+
+// Works in two regions that lie between pages that must not be touched.
+void Walk(const Mix& mix, bool full, int half_passes) {
+  SCOPED_TRACE(std::to_string(mix.read) + ":" + std::to_string(mix.write));
+  Configurator config;
+  config.read = mix.read;
+  config.write = mix.write;
+  config.stream = mix.stream != 0;
+  config.full = full;
+  config.bw_delay = half_passes - 3;
+  config.use_pa = 40;
+  LoadWorker worker(config);
+  worker.blocks_per_pass_ = 128;
+  const LoadPlan plan(mix, full, worker.blocks_per_pass_);
+  const int64_t size = std::max(plan.read_step, plan.write_step) * half_passes / 2;
+  const int64_t mapped = 2 * size + 3 * kPage;
+  void* base = mmap(nullptr, mapped, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  worker.read_base_ = static_cast<char*>(base) + kPage;
+  worker.write_base_ = static_cast<char*>(base) + mapped - kPage - size;
+  mprotect(worker.read_base_, size, PROT_READ);
+  mprotect(worker.write_base_, size, PROT_READ | PROT_WRITE);
+  worker.region_size_ = size;
+  worker.fill_ = 1;
+  worker.stop_ = true;  // says nothing to a fixed number of passes
+  const long start = monotonic_ns();
+  RunOnThread(worker);
+  const auto elapsed = static_cast<double>(monotonic_ns() - start);
+  EXPECT_EQ(worker.bytes_, 40U * plan.pass_bytes);
+  // MB/s: no memory moves 10 TB/s.
+  EXPECT_GE(worker.bandwidth_, static_cast<double>(worker.bytes_) * 1e3 / elapsed);
+  EXPECT_LT(worker.bandwidth_, 1e7);
+  for (const auto& [region, step] : {std::pair(worker.read_base_, plan.read_step),
+                                     std::pair(worker.write_base_, plan.write_step)}) {
+    std::vector<unsigned char> touched(size / kPage), expected(size / kPage);
+    if (step > 0) std::fill_n(expected.begin(), size / step * step / kPage, 1);
+    mincore(region, size, touched.data());
+    EXPECT_EQ(touched, expected);
+  }
+  munmap(base, mapped);
+}
+
+TEST(LoadWorker, CoversItsRegionsAndStaysInside) {
+  const Mix mixes[] = {{1, 0, 0}, {1, 1, 0}, {2, 1, 0}, {3, 1, 0}, {5, 3, 0},
+                       {2, 2, 0}, {0, 1, 1}, {3, 1, 1}, {4, 1, 1}, {0, 2, 1}};
+  for (const Mix& mix : mixes) {
+    for (const int half_passes : {2, 3, 7}) {
+      for (const bool full : {false, true}) Walk(mix, full, half_passes);
+    }
+  }
+}
+
+TEST(LoadWorker, MarksBothRegionsAtEveryStride) {
+  char memory[2 * kPage];
+  const std::array<long, 3> cases[] = {{kPage, 64, 0x1FE}, {kPage, 256, 0}, {960, 192, 7},
+                                       {kPage, 64, -1},    {2048, 8192, 3}, {0, 64, 3}};
+  for (const auto& [size, stride, fill] : cases) {
+    std::string expected(2 * kPage, 'Z');
+    std::copy(expected.begin(), expected.end(), memory);
+    for (long i = 0; fill != -1 && i < size / stride; ++i) {
+      expected[i * stride] = expected[size + i * stride] = static_cast<char>(fill);
+    }
+    LoadWorker worker({});
+    worker.config_.stride = static_cast<int>(stride);
+    worker.SetMem(memory, size, fill);
+    EXPECT_EQ(std::string(memory, 2 * kPage), expected) << size << ' ' << stride;
+  }
+}
+
+}  // namespace
+}  // namespace velmo

@@ -1,0 +1,45 @@
+#include "platform/prefetch.h"
+
+#include <gtest/gtest.h>
+
+#include "support/fake_machine.h"
+
+namespace velmo_test {
+
+TEST(Prefetch, SwitchesTheRegisterOfTheModelOffAndBack) {
+  constexpr uint64_t kOld = 0xFEDC'0000'0000'0011;
+  const struct {
+    int32_t vendor, model;
+    uint64_t address, off;
+  } rows[] = {
+      {1, 0x0F, 0x1A0, kOld | 0xA000080200},
+      {1, 0x16, 0x1A0, kOld | 0xA000080200},
+      {1, 0x17, 0x1A0, kOld | 0xA000080200},
+      {1, 0x1D, 0x1A0, kOld | 0xA000080200},
+      {1, 0x8F, 0x1A4, 0x2F},
+      {1, 0xAD, 0x1A4, 0x1EF},
+      {1, 0xAE, 0x1A4, 0x1EF},
+      {2, 0x17, 0xC0000108, 0x2F},
+      {2, 0xAD, 0xC0000108, 0x1EF},
+  };
+  for (const auto& row : rows) {
+    const FakeMsr msr;
+    msr.Set(row.address, kOld);
+    const Outcome outcome = RunForked([&] {
+      velmo::find_offset({.vendor = row.vendor, .model = row.model});
+      std::cout << velmo::disable_prefetch(3) << (msr.Get(row.address) == row.off)
+                << velmo::rollback_msr() << (msr.Get(row.address) == kOld);
+      velmo::MSR_PATH = "/nonexistent/%d";
+      std::cout << velmo::rollback_msr();  // nothing to restore, no file touched
+    });
+    EXPECT_EQ(outcome, (Outcome{0, "11111", ""})) << row.vendor << '/' << row.model;
+  }
+  const FakeMsr msr;  // an empty file, which cannot be read
+  EXPECT_EQ(RunForked([] {
+              velmo::find_offset({.vendor = velmo::CpuInfo::kIntel, .model = 0x8F});
+              std::cout << velmo::disable_prefetch(3) << velmo::rollback_msr();
+            }),
+            (Outcome{0, "01", Warning("Failed to read msr.")}));
+}
+
+}  // namespace velmo_test
