@@ -29,6 +29,16 @@ VELMO_INLINE void StorePart(char* base) {  // NOLINT(readability-non-const-param
   }
 }
 
+// Fills the register that is stored. Not with zeros: lines of zeros are written at twice the speed
+// of others by some processors (seen with non-temporal stores on AMD family 25: 54 and 27 GB/s).
+VELMO_INLINE void SetStoreData() {
+  constexpr uint64_t kPattern = 0x9E3779B97F4A7C15;
+  asm volatile(
+      "movq %0, %%xmm1\n\t"
+      "punpcklqdq %%xmm1, %%xmm1" ::"r"(kPattern)
+      : "xmm1", "memory");
+}
+
 // Calls `access` with 0 .. kCount - 1 as compile-time constants.
 template <int kCount, typename Access>
 VELMO_INLINE void Repeat(Access access) {
@@ -73,7 +83,7 @@ __attribute__((noinline)) void RunKernel(void*& src, void*& dst, unsigned int co
   constexpr int kReads = static_cast<int>(kShape.read_lines);
   const char* s = static_cast<const char*>(src);
   char* d = static_cast<char*>(dst);
-  asm volatile("" ::: "memory");
+  SetStoreData();
   for (; count > 0; --count) {
     Repeat<kBlockLines>([ s, d ](auto line) __attribute__((always_inline)) {
       Repeat<kReads>([s](auto read) __attribute__((always_inline)) {
@@ -90,7 +100,7 @@ __attribute__((noinline)) void RunKernel(void*& src, void*& dst, unsigned int co
 
 template <Store kStore, bool kWhole>
 void RunGeneric(const char* s, char* d, unsigned int units, int64_t reads, int64_t writes) {
-  asm volatile("" ::: "memory");
+  SetStoreData();
   for (; units > 0; --units) {
     for (int64_t i = 0; i < reads; ++i, s += kLineBytes) LoadLine<0, kWhole>(s);
     for (int64_t i = 0; i < writes; ++i, d += kLineBytes) StoreLine<kStore, 0, kWhole>(d);
