@@ -65,11 +65,23 @@ void install_signal_handlers() {
 void install_exit_guards() {
   std::atexit(restore_register);
   std::set_terminate(report_uncaught);
+  // A stack that overflowed has no room for a handler. This is for the main thread; the others do
+  // not recurse.
+  static char handler_stack[64 * 1024];
+  stack_t stack{};
+  stack.ss_sp = handler_stack;
+  stack.ss_size = sizeof handler_stack;
+  sigaltstack(&stack, nullptr);
   for (const int signum :
        {SIGHUP, SIGABRT, SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGSYS, SIGXCPU, SIGXFSZ,
         SIGALRM, SIGVTALRM, SIGPROF, SIGUSR1, SIGUSR2, SIGIO, SIGPWR}) {
+    struct sigaction action {};
+    action.sa_handler = restore_and_die;
+    action.sa_flags = SA_ONSTACK;
+    struct sigaction previous {};
+    sigaction(signum, &action, &previous);
     // A signal that the parent had ignored (nohup) stays ignored.
-    if (std::signal(signum, restore_and_die) == SIG_IGN) std::signal(signum, SIG_IGN);
+    if (previous.sa_handler == SIG_IGN) sigaction(signum, &previous, nullptr);
   }
   std::signal(SIGPIPE, SIG_IGN);
 }

@@ -1,5 +1,5 @@
-// However a run ends early, the prefetchers are put back first. What cannot be covered: SIGKILL, a
-// stack overflow and loss of power.
+// However a run ends early, the prefetchers are put back first. What cannot be covered: SIGKILL and
+// loss of power.
 
 #pragma once
 

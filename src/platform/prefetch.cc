@@ -92,6 +92,8 @@ bool disable_prefetch(int cpu) {
   // Between the write and the note of it, a handler would not know that there is something to
   // restore.
   const EndSignalsBlocked blocked;
+  // What a register holds while it is changed is not worth saving.
+  if (!rollback_msr()) return false;
   const MsrFile msr(cpu);
   if (!msr.IsOpen() || offset == 0) return fail("Failed to access msr.\n");
   uint64_t old_value = 0;

@@ -29,8 +29,8 @@ extern volatile std::sig_atomic_t store_cpu_id;  // CPU whose register is change
 void find_offset(const CpuInfo& cpu);
 
 // Saves the register of `cpu` and switches the prefetchers off. False, after a warning, when the
-// register cannot be read or written; nothing is changed then. Every call that succeeds is paired
-// with one rollback_msr(): a second call would save the changed value.
+// register cannot be read or written; nothing is changed then. A register that is still changed is
+// put back first.
 bool disable_prefetch(int cpu);
 
 // Writes the saved value back. True when it was written or nothing was changed; false after a

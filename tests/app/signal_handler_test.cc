@@ -9,6 +9,13 @@
 
 namespace velmo_test {
 
+// Takes a page of the stack for every level.
+int Recurse(int levels) {
+  volatile char page[4096];
+  page[0] = static_cast<char>(levels);
+  return levels == 0 ? 0 : Recurse(levels - 1) + page[0];
+}
+
 TEST(SignalHandler, EveryEndPutsTheRegisterBack) {
   constexpr uint64_t kRegister = 0x1A4;
   const struct {
@@ -24,6 +31,12 @@ TEST(SignalHandler, EveryEndPutsTheRegisterBack) {
       {[] { std::raise(SIGSEGV); }, 128 + SIGSEGV},
       {[] { throw std::runtime_error("broken"); }, 128 + SIGABRT, 0x1234, Error("broken")},
       {[] { std::exit(1); }, 1},
+      {[] { Recurse(1 << 30); }, 128 + SIGSEGV},
+      {[] {
+         velmo::disable_prefetch(3);
+         std::exit(1);
+       },
+       1},
       {[] {
          velmo::MSR_PATH = "/nonexistent/%d";
          std::raise(SIGINT);

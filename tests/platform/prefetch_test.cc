@@ -1,6 +1,9 @@
 #include "platform/prefetch.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <csignal>
 
 #include "support/fake_machine.h"
 
@@ -40,6 +43,15 @@ TEST(Prefetch, SwitchesTheRegisterOfTheModelOffAndBack) {
               std::cout << velmo::disable_prefetch(3) << velmo::rollback_msr();
             }),
             (Outcome{0, "01", Warning("Failed to read msr.")}));
+  msr.Set(0x1A4, kOld);
+  EXPECT_EQ(RunForked([] {
+              std::signal(SIGXFSZ, SIG_IGN);
+              const rlimit below_register{0x1A4, 0x1A4};
+              setrlimit(RLIMIT_FSIZE, &below_register);
+              velmo::find_offset({.vendor = velmo::CpuInfo::kIntel, .model = 0x8F});
+              std::cout << velmo::disable_prefetch(3) << velmo::rollback_msr();
+            }),
+            (Outcome{0, "01", Warning("Failed to write msr.")}));
 }
 
 }  // namespace velmo_test
