@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <ctime>
 
 #include "app/console.h"
@@ -38,12 +40,23 @@ std::string time_stamp() {
   return {text, length};
 }
 
-LogFile::LogFile(const std::string& name) : std::ostream(nullptr) {
+bool LogFile::any_lost_ = false;
+
+LogFile::LogFile(const std::string& name) : std::ostream(nullptr), name_(name) {
   const int fd = open_regular(name);
   if (fd < 0) return;
   if (fchmod(fd, kLogMode) != 0) Warn() << "Failed to chmod log file\n";
   file_ = __gnu_cxx::stdio_filebuf<char>(fd, std::ios::out);
   rdbuf(&file_);
+}
+
+LogFile::~LogFile() {
+  if (!file_.is_open()) return;
+  flush();
+  if (good()) return;
+  Warn() << "Failed to write log file " << name_ << ": " << std::strerror(errno) << '\n';
+  unlink(name_.c_str());
+  any_lost_ = true;
 }
 
 }  // namespace velmo

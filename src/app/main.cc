@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "app/console.h"
+#include "app/log_file.h"
 #include "app/signal_handler.h"
 #include "app/system.h"
 #include "bandwidth/bandwidth.h"
@@ -48,5 +49,5 @@ int main(int argc, char** argv) {
 
   std::cout << "\n\n***** DONE *****\n";
   if (!std::cout) velmo::Fatal() << "Failed to write to standard output\n";
-  return 0;
+  return velmo::LogFile::any_lost() ? 1 : 0;
 }

@@ -7,9 +7,12 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include "app/console.h"
 
 namespace velmo {
 
@@ -25,6 +28,10 @@ void set_cpu_affinity(unsigned int cpu);
 
 // Pins `t` to `cpu` (0..1023), also while it runs. exit(1) when the kernel refuses.
 void set_thread_affinity(std::thread* t, unsigned int cpu);
+
+// exit(1) when the calling thread may run elsewhere than on `cpu`, to which it was pinned: the
+// kernel moves the threads of a CPU that goes offline, and what they measured since is void.
+void check_still_pinned(unsigned int cpu);
 
 // The four signals that end a run early: SIGTSTP, SIGINT, SIGTERM, SIGQUIT.
 inline constexpr int kEndSignals[] = {SIGTSTP, SIGINT, SIGTERM, SIGQUIT};
@@ -43,10 +50,16 @@ class EndSignalsBlocked {
 };
 
 // Starts a thread that never receives an end signal, so that the handler runs on the main thread.
+// exit(1) when the system has no room for another thread.
 template <typename... Args>
 std::thread start_thread(Args&&... args) {
   const EndSignalsBlocked blocked;
-  return std::thread(std::forward<Args>(args)...);
+  try {
+    return std::thread(std::forward<Args>(args)...);
+  } catch (const std::system_error& failure) {
+    Fatal() << "Failed to start a thread: " << failure.code().message()
+            << ". Check the limits on processes and memory (ulimit -u, -v)\n";
+  }
 }
 
 // Runs `task` with 0 .. cpus.size() - 1, each on a thread of its own that is pinned to that entry

@@ -1,7 +1,6 @@
 #include "bandwidth/load_team.h"
 
 #include <chrono>
-#include <functional>
 #include <utility>
 
 #include "app/system.h"
@@ -22,8 +21,10 @@ LoadTeam::~LoadTeam() { Stop(); }
 void LoadTeam::Park() {
   threads_.reserve(workers_.size());
   for (size_t i = 0; i < workers_.size(); ++i) {
-    threads_.push_back(start_thread(&LoadWorker::Start, workers_[i].get(), std::ref(mutex_),
-                                    std::ref(cond_), std::ref(waiting_)));
+    threads_.push_back(start_thread([this, i] {
+      workers_[i]->Start(mutex_, cond_, waiting_);
+      check_still_pinned(cpus_[i]);
+    }));
     set_thread_affinity(&threads_.back(), cpus_[i]);
   }
   WaitUntilParked();

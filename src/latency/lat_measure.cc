@@ -62,6 +62,7 @@ void LatWorker::Measure(const Mode& mode, pthread_mutex_t& mutex, pthread_cond_t
   ReadChunk(p, chunk);
   end = monotonic_ns();
   if (debug) Debug() << "QoS dt: " << end - start << '\n';
+  check_still_pinned(config_.latency_cpu.cpu_id);
   Summary();
 }
 

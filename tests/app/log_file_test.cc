@@ -1,8 +1,10 @@
 #include "app/log_file.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <csignal>
 #include <filesystem>
 #include <iostream>
 
@@ -38,6 +40,22 @@ TEST(LogFile, IsOpenToAllAndReplacesWhatWasThereOnlyInAFileOfItsOwn) {
     EXPECT_EQ(WriteLog(at + name), (Outcome{0, "lost", ""})) << name;
   }
   EXPECT_EQ(ReadAll(victim), "precious");
+
+  const std::string full = at + "full";
+  EXPECT_EQ(RunForked([&] {
+              std::signal(SIGXFSZ, SIG_IGN);
+              velmo::LogFile(full) << std::string(100'000, 'x');  // longer than the stream's buffer
+              std::cout << velmo::LogFile::any_lost();
+            }),
+            (Outcome{0, "0", ""}));
+  EXPECT_EQ(RunForked([&] {
+              std::signal(SIGXFSZ, SIG_IGN);
+              const rlimit limit{4096, 4096};
+              setrlimit(RLIMIT_FSIZE, &limit);
+              velmo::LogFile(full) << std::string(5000, 'x');
+              std::cout << velmo::LogFile::any_lost() << std::filesystem::exists(full);
+            }),
+            (Outcome{0, "10", Warning("Failed to write log file " + full + ": File too large")}));
 }
 
 }  // namespace

@@ -3,6 +3,12 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 
+#include <cstring>
+#include <filesystem>
+#include <thread>
+
+#include "support/subprocess.h"
+
 namespace velmo {
 namespace {
 
@@ -37,6 +43,27 @@ TEST(LoadTeam, ParksOpensSamplesAndStops) {
     const auto mark = static_cast<char>(cpus[i]);
     for (long at = 0; at < 2 * kRegion; at += 64) ASSERT_EQ(memory[i][at], mark) << at;
   }
+}
+
+TEST(LoadTeam, MeasuresNothingWhenItsCpuIsTakenAway) {
+  if (std::thread::hardware_concurrency() < 2) GTEST_SKIP() << "has no other CPU to move to";
+  const int cpu = sched_getcpu();
+  const auto outcome = velmo_test::RunForked([cpu] {
+    Configurator config;
+    config.read = 1;
+    LoadTeam team(config, {cpu}, {memory[0]}, kRegion, false);
+    team.Park();
+    team.OpenGate();
+    cpu_set_t all;
+    std::memset(&all, 0xFF, sizeof all);
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+      sched_setaffinity(std::stoi(task.path().filename()), sizeof all, &all);
+    }
+    team.Stop();
+  });
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_NE(outcome.err.find("CPU " + std::to_string(cpu) + " was taken away"), std::string::npos)
+      << outcome;
 }
 
 }  // namespace
