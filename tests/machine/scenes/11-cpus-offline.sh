@@ -40,3 +40,18 @@ expect 'cpu-numa_id: 0
 mem-numa_id: 2
 cpu_id     : 1'
 expect_results 2
+echo 1 >/sys/devices/system/cpu/cpu2/online
+echo 1 >/sys/devices/system/cpu/cpu3/online
+
+# In the middle of a measurement: the kernel moves the thread to another CPU.
+for command in '-Y -M 2 -C 1 -i 300' '-B -M 2 -l 0-2 -i 1'; do
+  start $command -m 64m
+  wait_for '(Sequential)'
+  sleep 3
+  echo 0 >/sys/devices/system/cpu/cpu2/online
+  finish
+  echo 1 >/sys/devices/system/cpu/cpu2/online
+  expect_status 1
+  expect 'CPU 2 was taken away while it measured'
+  expect_not 'Avg.'
+done
