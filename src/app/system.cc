@@ -154,6 +154,7 @@ std::vector<int> str_range_to_vector(const std::string& s) {
       reject_range(text.substr(at, text.find(' ', at) - at));
     }
     if (value >= 0) {
+      if (list.size() == kMaxListEntries) reject_range(value);
       list.push_back(static_cast<int>(value));
       start = value;
       continue;

@@ -31,6 +31,7 @@ TEST(System, EndsTheProgramOnBadInput) {
       {"1-3-5", range + "5"},
       {"3-", range + "-"},
       {"0-2147483647", range + "0-2147483647"},
+      {"0-65535,70000", range + "70000"},
   };
   for (const auto& [text, message] : lists) {
     EXPECT_EQ(RunForked([&] { str_range_to_vector(text); }), (Outcome{1, "", Error(message)}));
