@@ -1,0 +1,65 @@
+// Command lines, an argument a line, on the unit tests' machine. The program name "physical" starts
+// in the physical mode, which no option selects.
+
+#include "config/configurator.h"
+#include "fuzz/harness.h"
+#include "support/fake_machine.h"
+
+using velmo::Configurator;
+using velmo_fuzz::Require;
+
+static void CheckValues(const Configurator& c) {
+  Require(c.stride >= 64 && c.stride <= 8192 && c.stride % 64 == 0, "stride");
+  Require(c.chunk == 1 || c.chunk == 2 || c.chunk == 4, "chunk");
+  Require(c.delay >= 100 && c.delay <= 10000 && c.bw_delay >= -1, "delays");
+  Require(c.iter > 0 && c.use_pa > 0 && (c.thread == -1 || c.thread >= 2), "counts");
+  const bool loads = c.run_bandwidth || c.run_loaded_latency;
+  Require(c.mem_size > 0 || (loads && c.mem_size == -1), "mem_size");
+  Require(loads || c.run_latency, "a command");
+  if (!loads) return;
+  Require(c.mem_mode != velmo::kMemDevdax, "no bandwidth of a device");
+  Require(c.read >= 0 && c.write >= 0 && (c.read > 0 || c.write > 0), "mix");
+  Require(c.stream || c.read >= c.write, "a cached store reads");
+}
+
+static void CheckBinding(const Configurator& c, const Configurator::GivenOptions& given) {
+  Require(given['l'] ? c.load_cpu.size() >= 2 : c.load_cpu.empty(), "load_cpu");
+  for (const auto& cpu : c.load_cpu) {
+    Require(!c.run_loaded_latency || cpu.cpu_id != c.latency_cpu.cpu_id, "-l leaves -k alone");
+  }
+  Require(c.bandwidth_local == 0 || !(given['k'] || given['l']), "a CPU node or CPUs");
+  const auto count = static_cast<size_t>(c.num_targets);
+  Require(count > 0 && c.memnode_list.size() == count && c.cpunode_list.size() == count, "nodes");
+  const bool addressed = c.mem_mode == velmo::kMemPhysical && !c.no_memnode;
+  Require(c.base_addr.size() == (addressed ? count : 0), "an address a physical target");
+  Require(c.path.empty() != (given['f'] || given['g']), "path");
+  for (size_t i = 0; i < count; ++i) {
+    const int from = c.cpunode_list[i];
+    Require(from >= -1 && from <= 1 && c.memnode_list[i] >= -1 && c.memnode_list[i] <= 2, "online");
+    Require(!given['M'] || c.memnode_list[i] == c.memnode, "-M binds");
+    Require(!given['C'] || from == c.cpunode, "-C binds");
+    Require(!given['k'] || from == c.latency_cpu.numa_id, "-k binds");
+  }
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static const velmo_test::FakeMachine machine;
+  std::vector<std::string> arguments = velmo_fuzz::Lines({data, data + size});
+  if (arguments.empty()) arguments = {"velmo"};
+  std::vector<char*> argv;
+  for (std::string& argument : arguments) argv.push_back(argument.data());
+  argv.push_back(nullptr);
+  velmo_fuzz::Run([&] {
+    Configurator config;
+    machine.Install(config);
+    if (arguments[0] == "physical") {
+      config.mem_mode = velmo::kMemPhysical;
+      config.thread = 2;
+    }
+    const auto given = config.ParseOptions(static_cast<int>(arguments.size()), argv.data());
+    config.CheckOptions(given);
+    CheckValues(config);
+    CheckBinding(config, given);
+  });
+  return 0;
+}
