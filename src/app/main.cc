@@ -1,7 +1,10 @@
 // Entry point: one run of velmo from the command line to the closing banner.
 
+#include <unistd.h>
+
 #include <ctime>
 #include <iostream>
+#include <string>
 
 #include "app/console.h"
 #include "app/log_file.h"
@@ -11,6 +14,7 @@
 #include "config/configurator.h"
 #include "latency/latency.h"
 #include "loaded/loaded_latency.h"
+#include "platform/spoilers.h"
 
 namespace {
 
@@ -41,6 +45,12 @@ int main(int argc, char** argv) {
     const velmo::EndSignalsBlocked blocked;
     std::cout << "\n***** VELMO START *****\n";
     velmo::install_signal_handlers();
+  }
+
+  if (isatty(STDERR_FILENO) == 1) {
+    for (const std::string& text : velmo::find_spoilers(config.UnderTest())) {
+      velmo::Warn() << text << '\n';
+    }
   }
 
   if (config.run_bandwidth) run_benchmark<velmo::Bandwidth>();

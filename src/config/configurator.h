@@ -16,6 +16,7 @@
 #include "platform/cpu_info.h"
 #include "platform/mem_info.h"
 #include "platform/numa_info.h"
+#include "platform/spoilers.h"
 
 namespace velmo {
 
@@ -50,6 +51,16 @@ class Configurator {
   GivenOptions ParseOptions(int argc, char** argv);
   void CheckOptions(const GivenOptions& given);  // checks and derivations behind the last option
   void ClockTest();                              // fills clock_overhead and tsc_freq
+
+  // Whether `node`, which may be no node (-1), has a CPU that is online.
+  bool HasCpus(int node) const;
+
+  // The CPU to measure latency from on `node`, which has CPUs: not CPU 0 nor a hyper-thread sibling
+  // of it where the node has another.
+  const NumaInfo::cpu_ctx& MeasuringCpu(int node) const;
+
+  // The CPUs and memory nodes that the accepted options will have measured.
+  Subjects UnderTest() const;
 
   // The help pages, on standard output. They do not exit.
   void Usage() const;

@@ -113,18 +113,9 @@ long Bench::UpdateFreeMem() {
 
 NumaInfo::cpu_ctx Bench::GetCPUNode() {
   int32_t& node = config_.cpunode_list[node_idx_];
-  const auto& nodes = config_.node_cpus;
   // A node that is nearest by the table, but has no CPU itself, is as good as unknown.
-  if (node < 0 || static_cast<size_t>(node) >= nodes.size() || nodes[node].empty()) {
-    node = FindNearestCpuNode();
-  }
-  const auto& cpus = nodes[node];
-  const NumaInfo::cpu_ctx& first = cpus.front();
-  if (first.cpu_id != 0) return first;
-  // CPU 0 serves the system's interrupts.
-  const auto other_core = std::find_if(
-      cpus.begin(), cpus.end(), [&first](const auto& cpu) { return cpu.core_id != first.core_id; });
-  return other_core != cpus.end() ? *other_core : first;
+  if (!config_.HasCpus(node)) node = FindNearestCpuNode();
+  return config_.MeasuringCpu(node);
 }
 
 int Bench::FindNearestCpuNode() {
