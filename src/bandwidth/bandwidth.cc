@@ -5,6 +5,7 @@
 #include <iomanip>
 #include <iostream>
 #include <numeric>
+#include <optional>
 #include <span>
 #include <string>
 #include <thread>
@@ -12,6 +13,7 @@
 
 #include "app/console.h"
 #include "app/log_file.h"
+#include "app/progress.h"
 #include "mem/report.h"
 
 namespace velmo {
@@ -50,7 +52,10 @@ void Bandwidth::MeasureTarget() {
   ChooseLoadCpus(nullptr);
   SizeBuffers(workloads, free);
   if (config_.node_spinners) StartLoadSpinners();
-  AllocBuffers(0);
+  {
+    const Progress progress = ShowZeroing(2 * buf_size_ * (thread_num_ - 1));
+    AllocBuffers(0);
+  }
   PrintSetup();
   std::cout << "(Sequential)\n";
   for (const Mix& mix : workloads) {
@@ -82,8 +87,13 @@ void Bandwidth::Measure() {
   std::cout << "\nRead Ratio : " << config_.read << " Write Ratio: " << config_.write << '\n';
   if (config_.stream) std::cout << "Using non-temporal write\n";
 
+  std::optional<Progress> progress;
+  progress.emplace(Phase{.label = "Preparing the load"});
   LoadTeam team(config_, LoadCpus(), LoadBuffers(), buf_size_, config_.use_pa_set);
   team.Park();
+  progress.emplace(Phase{.label = "Measuring bandwidth",
+                         .left = config_.use_pa_set ? 0.0 : config_.iter,
+                         .measuring = LoadCpus()});
   if (config_.use_pa_set) {
     RunAnalyzer(team);
   } else {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <chrono>
 #include <iostream>
+#include <optional>
+#include <string>
 #include <thread>
 #include <utility>
 
@@ -12,6 +14,25 @@
 #include "platform/prefetch.h"
 
 namespace velmo {
+namespace {
+
+// Time of laying and flushing an element of the chain, roughly, in s.
+constexpr double kLayTime = 20e-9;
+
+// What the measurement of a worker that is set up will do.
+struct Work {
+  Work(const LatWorker& worker, bool delayed) {
+    const auto samples = static_cast<double>((worker.laps_ - 1) * worker.elements_);
+    const auto loads = static_cast<double>(worker.loads_);
+    steps = static_cast<double>(worker.elements_) + loads + samples;
+    if (delayed) pauses = (loads + samples + worker.burst_len_) * worker.config_.delay * 1e-9;
+  }
+
+  double steps;       // loads, the warm-up's included
+  double pauses = 0;  // s of the delays between them
+};
+
+}  // namespace
 
 Latency::Latency(Configurator config) : Bench(std::move(config)) {}
 
@@ -70,11 +91,24 @@ void Latency::PrintSetup(const NumaInfo::cpu_ctx& cpu) const {
 }
 
 void Latency::MeasureOn(LatWorker& worker, access_type_t pattern, LatThread::Operation operation) {
+  std::optional<Progress> progress;
+  const int64_t elements = config_.mem_size / worker.config_.stride;
+  progress.emplace(
+      Phase{.label = "Laying the chain", .left = kLayTime * static_cast<double>(elements)});
   worker.InitParameter(pattern, static_cast<int>(node_idx_), config_.verbose, false);
+
+  const bool delayed = operation == &LatWorker::Delayed;
+  const Work work(worker, delayed);
+  progress.emplace(Phase{.label = delayed ? "Measuring delayed latency" : "Measuring burst latency",
+                         .left = work.pauses + work.steps * step_time_,
+                         .measuring = {worker.config_.latency_cpu.cpu_id}});
+  const long start = monotonic_ns();
   LatThread thread(worker, operation);
   std::this_thread::sleep_for(std::chrono::seconds(1));
   thread.Release();
   thread.Join();
+  const double elapsed = static_cast<double>(monotonic_ns() - start) * 1e-9;
+  step_time_ = (elapsed - work.pauses) / work.steps;
 }
 
 }  // namespace velmo

@@ -24,6 +24,8 @@ class Latency : public Bench {
 
   // Runs `operation` on its own thread, released one second after its start.
   void MeasureOn(LatWorker& worker, access_type_t pattern, LatThread::Operation operation);
+
+  double step_time_ = 150e-9;  // s of a step without its delay: a guess, later the latest
 };
 
 }  // namespace velmo

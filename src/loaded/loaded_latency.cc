@@ -5,6 +5,7 @@
 #include <cmath>
 #include <iostream>
 #include <optional>
+#include <string>
 #include <thread>
 #include <utility>
 
@@ -21,6 +22,8 @@ namespace {
 constexpr unsigned int kDelayEnd = 200'000;
 // The latency buffer takes at most a quarter of the usable memory.
 constexpr int64_t kLatencyShare = 4;
+// Time of a point besides its ramp-up before one was measured, roughly, in s.
+constexpr double kPointTime = 3;
 
 }  // namespace
 
@@ -52,7 +55,10 @@ void LoadedLatency::MeasureTarget() {
   std::optional<TargetBuffer> lat_buffer;
   run_pinned({lat_cpu_.cpu_id}, [&](size_t) { lat_buffer.emplace(*this, lat_size_, 0); });
   lat_buf_ = lat_buffer->get();
-  AllocBuffers(lat_size_);
+  {
+    const Progress progress = ShowZeroing(2 * buf_size_ * (thread_num_ - 1));
+    AllocBuffers(lat_size_);
+  }
   WriteHeader(std::cout);
 
   Sweep();
@@ -74,11 +80,17 @@ LoadedLatency::Result LoadedLatency::MeasurePoint(unsigned int delay) {
   worker.config_.mem_size = lat_size_;
   worker.config_.latency_cpu = lat_cpu_;
   worker.SetMem(lat_buf_);
+  std::optional<Progress> progress;
+  progress.emplace(SweepPhase(delay, {}));
   LoadTeam team(point, LoadCpus(), LoadBuffers(), buf_size_, false);
   team.Park();
 
+  progress.reset();  // the register's messages go past it
   const access_type_t pattern = prepare_pattern(worker);
   lat_stride_ = worker.config_.stride;
+  std::vector<int> measuring = LoadCpus();
+  measuring.push_back(lat_cpu_.cpu_id);
+  progress.emplace(SweepPhase(delay, std::move(measuring)));
   worker.InitParameter(pattern, static_cast<int>(node_idx_), -1, true);
   LatThread thread(worker, &LatWorker::Burst);
   team.OpenGate();
@@ -91,6 +103,7 @@ LoadedLatency::Result LoadedLatency::MeasurePoint(unsigned int delay) {
   double bandwidth = kBytesPerLoad * 1e9 / worker.avg_;
   for (size_t t = 0; t < team.size(); ++t) bandwidth += team.Sample(t);
   team.Stop();
+  progress.reset();
   restore_prefetch();
   return {static_cast<double>(delay),
           bandwidth * 1e-6,
@@ -112,16 +125,40 @@ LoadedLatency::Result LoadedLatency::Measure(unsigned int delay) {
   return point;
 }
 
+Phase LoadedLatency::SweepPhase(unsigned int delay, std::vector<int> measuring) const {
+  const size_t done = results_.size();
+  const double passed = static_cast<double>(monotonic_ns() - sweep_start_) * 1e-9;
+  const double a_point = done > 0 ? passed / static_cast<double>(done)
+                                  : static_cast<double>(ramp_up_.count()) + kPointTime;
+  return {.label = "Loaded latency, point " + std::to_string(done + 1) + " of about " +
+                   std::to_string(done + points_ahead_) + " (delay " + std::to_string(delay) + ")",
+          .left = points_ahead_ * a_point,
+          .measuring = std::move(measuring),
+          .begun = sweep_start_};
+}
+
+int LoadedLatency::PointsToEnd(unsigned int delay, size_t step) const {
+  int points = 0;
+  for (; delay < kDelayEnd; ++points) {
+    step = std::min(step + 1, delay_steps_.size() - 1);
+    delay += delay_steps_[step];
+  }
+  return points;
+}
+
 void LoadedLatency::Sweep() {
+  sweep_start_ = monotonic_ns();
   if (config_.bw_delay != -1) {
     Measure(config_.bw_delay);
     return;
   }
+  points_ahead_ = 1 + PointsToEnd(delay_steps_[0], 0);
   double prev_bw = Measure(0).bandwidth;
   unsigned int delay = delay_steps_[0];
   size_t step = 0;
   int held = 0;
   while (delay < kDelayEnd) {
+    points_ahead_ = PointsToEnd(delay, step);
     const Result point = Measure(delay);
     const double change = std::abs(last_bw_ - prev_bw) / max_bw_;
     if (change >= bw_change_ratio_) {
@@ -139,6 +176,7 @@ void LoadedLatency::Sweep() {
 }
 
 void LoadedLatency::FillInLatency() {
+  points_ahead_ = 1;
   SortResults();
   lat_found_ = false;
   const size_t measured = results_.size();

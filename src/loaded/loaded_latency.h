@@ -70,6 +70,12 @@ class LoadedLatency : public LoadBench {
  private:
   void MeasureTarget();
   void ChooseCpus();
+
+  // Points of a sweep from `delay` on, with that step, whose bandwidth changes little from now on.
+  int PointsToEnd(unsigned int delay, size_t step) const;
+
+  // The wait for the rest of the sweep, whose next point is that of `delay`.
+  Phase SweepPhase(unsigned int delay, std::vector<int> measuring) const;
   void FillInLatency();
   void SortResults();
   void WriteHeader(std::ostream& out) const;
@@ -80,6 +86,8 @@ class LoadedLatency : public LoadBench {
   int64_t lat_size_ = 0;     // bytes of the latency buffer
   void* lat_buf_ = nullptr;  // owned by MeasureTarget
   int32_t lat_stride_ = 0;   // bytes, as the latest point used it
+  long sweep_start_ = 0;     // monotonic clock in ns
+  int points_ahead_ = 1;     // of the sweep, as far as known; with the one that is measured
 };
 
 }  // namespace velmo

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <string>
 #include <utility>
 
 #include "app/console.h"
@@ -25,6 +26,8 @@ constexpr int64_t kUnboundFree = 4 * kGiB;
 // The search for the nearest CPU node: size of its buffer and distance of its loads, in bytes.
 constexpr int64_t kMaxProbe = kDefaultBuffer;
 constexpr int32_t kProbeStride = 1024;
+// Bytes that are zeroed between two reports of it.
+constexpr int64_t kZeroStep = kGiB / 4;
 // No memory is as slow as this, in ns.
 constexpr double kWorstLatency = 100000.0;
 
@@ -51,7 +54,18 @@ void Bench::AllocMem(void*& buf, long size, long offset) {
     default:
       break;
   }
-  std::memset(buf, 0, size);
+  for (int64_t done = 0; done < size; done += kZeroStep) {
+    const int64_t step = std::min(kZeroStep, size - done);
+    std::memset(static_cast<char*>(buf) + done, 0, step);
+    zeroed_.fetch_add(step, std::memory_order_relaxed);
+  }
+}
+
+Progress Bench::ShowZeroing(int64_t bytes) {
+  zeroed_ = 0;
+  return Progress({.label = "Zeroing " + std::to_string(bytes >> 20) + " MiB",
+                   .steps = bytes,
+                   .done = &zeroed_});
 }
 
 void Bench::ReleaseMem(void*& buf, long size) const {
@@ -138,8 +152,13 @@ int Bench::FindNearestCpuNode() {
   double best = kWorstLatency;
   // Where no node measures better: one that has a CPU to run on.
   auto nearest = static_cast<int>(first - nodes.begin());
+  const long begun = monotonic_ns();
   for (size_t n = 0; n < nodes.size(); ++n) {
     if (nodes[n].empty()) continue;
+    const Progress progress({.label = "Latency from node " + std::to_string(n) + " of " +
+                                      std::to_string(nodes.size() - 1),
+                             .measuring = {nodes[n].front().cpu_id},
+                             .begun = begun});
     worker.InitParameter(kRandom, static_cast<int>(node_idx_), 0, false);
     std::thread thread = start_thread(&LatWorker::Simple, &worker);
     set_thread_affinity(&thread, nodes[n].front().cpu_id);

@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "app/progress.h"
 #include "config/configurator.h"
 
 namespace velmo {
@@ -27,6 +28,9 @@ class Bench {
   // Maps `size` bytes of the current target's memory and zeroes them, which faults every page in.
   // `offset` counts for a physical range only. A failure ends the program (mem/mapping.h).
   void AllocMem(void*& buf, long size, long offset);
+
+  // Shows the wait for AllocMem to zero `bytes`, by any number of threads.
+  Progress ShowZeroing(int64_t bytes);
 
   // Releases what AllocMem mapped; a null `buf` is ignored.
   void ReleaseMem(void*& buf, long size) const;
@@ -70,12 +74,15 @@ class Bench {
 
  private:
   int FindNearestCpuNode();
+
+  std::atomic<int64_t> zeroed_{0};  // bytes since the last ShowZeroing
 };
 
 // A buffer of the current target, released with its owner.
 class TargetBuffer {
  public:
   TargetBuffer(Bench& bench, long size, long offset) : bench_(bench), size_(size) {
+    const Progress progress = bench_.ShowZeroing(size_);
     bench_.AllocMem(buf_, size_, offset);
   }
   ~TargetBuffer() { bench_.ReleaseMem(buf_, size_); }

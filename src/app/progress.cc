@@ -1,0 +1,190 @@
+#include "app/progress.h"
+
+#include <sched.h>
+#include <sys/ioctl.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <functional>
+#include <iostream>
+#include <mutex>
+#include <optional>
+#include <streambuf>
+#include <thread>
+#include <utility>
+
+namespace velmo {
+namespace {
+
+constexpr size_t kDefaultWidth = 80;
+constexpr char kErase[] = "\r\033[K";
+
+double seconds_since(long start) { return static_cast<double>(monotonic_ns() - start) * 1e-9; }
+
+// CPUs of the calling thread without `excluded`.
+cpu_set_t own_cpus_without(const std::vector<int>& excluded) {
+  cpu_set_t cpus;
+  CPU_ZERO(&cpus);
+  sched_getaffinity(0, sizeof cpus, &cpus);
+  for (const int cpu : excluded) CPU_CLR(cpu, &cpus);
+  return cpus;
+}
+
+// A background job would write into what the user types.
+bool is_foreground(int terminal) { return tcgetpgrp(terminal) == getpgrp(); }
+
+// A longer line would wrap, and only its last row could be erased.
+size_t usable_width(int terminal) {
+  winsize size{};
+  const bool known = ioctl(terminal, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+  return (known ? size.ws_col : kDefaultWidth) - 1;
+}
+
+// Stands before the buffer of `stream` while it lives: `before` is called, then what is written
+// goes where it went without.
+class Intercepted : public std::streambuf {
+ public:
+  Intercepted(std::ostream& stream, std::function<void()> before)
+      : stream_(stream), before_(std::move(before)), target_(Exchange(this)) {}
+  ~Intercepted() override { Exchange(target_); }
+  Intercepted(const Intercepted&) = delete;
+  Intercepted& operator=(const Intercepted&) = delete;
+
+ protected:
+  int_type overflow(int_type c) override {
+    before_();
+    if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
+    return target_->sputc(traits_type::to_char_type(c));
+  }
+  std::streamsize xsputn(const char* text, std::streamsize length) override {
+    before_();
+    return target_->sputn(text, length);
+  }
+  int sync() override { return target_->pubsync(); }
+
+ private:
+  // Keeps the stream's state: a failed write has to show at the end of the run.
+  std::streambuf* Exchange(std::streambuf* buffer) {
+    const std::ios::iostate state = stream_.rdstate();
+    std::streambuf* previous = stream_.rdbuf(buffer);
+    stream_.setstate(state);
+    return previous;
+  }
+
+  std::ostream& stream_;
+  std::function<void()> before_;
+  std::streambuf* target_;
+};
+
+}  // namespace
+
+class Progress::Drawer {
+ public:
+  Drawer(const Phase& phase, const ProgressLine& line, const cpu_set_t& cpus)
+      : phase_(phase),
+        line_(line),
+        cpus_(cpus),
+        due_(std::max(Clock::now(),
+                      Clock::time_point(std::chrono::nanoseconds(phase.begun)) + line.first)) {
+    const auto erase = [this] { Erase(); };
+    err_.emplace(std::cerr, erase);
+    if (isatty(STDOUT_FILENO) == 1) out_.emplace(std::cout, erase);
+    thread_ = start_thread(&Drawer::Run, this);
+  }
+
+  ~Drawer() {
+    {
+      const std::lock_guard lock(mutex_);
+      ended_ = true;
+    }
+    end_.notify_one();
+    thread_.join();
+    Erase();
+  }
+
+  Drawer(const Drawer&) = delete;
+  Drawer& operator=(const Drawer&) = delete;
+
+ private:
+  using Clock = std::chrono::steady_clock;  // CLOCK_MONOTONIC, as monotonic_ns
+
+  void Run() {
+    if (sched_setaffinity(0, sizeof cpus_, &cpus_) != 0) return;
+    std::unique_lock lock(mutex_);
+    while (!ended_) {
+      end_.wait_until(lock, due_);
+      if (ended_ || Clock::now() < due_) continue;
+      Draw();
+      due_ = Clock::now() + line_.every;
+    }
+  }
+
+  void Draw() {
+    if (!is_foreground(line_.fd)) return;
+    std::string text = progress_text(phase_.label, seconds_since(phase_.begun), Left());
+    text.resize(std::min(text.size(), usable_width(line_.fd)));
+    Write('\r' + text + "\033[K");
+    visible_ = true;
+  }
+
+  // Output comes in lines of several writes: the next drawing leaves them time.
+  void Erase() {
+    const std::lock_guard lock(mutex_);
+    if (visible_) Write(kErase);
+    visible_ = false;
+    due_ = std::max(due_, Clock::now() + line_.every);
+  }
+
+  // One call for a whole line, so that a program that is ended leaves no half sequence.
+  void Write(const std::string& text) const {
+    [[maybe_unused]] const ssize_t written = write(line_.fd, text.data(), text.size());
+  }
+
+  double Left() const {
+    const double passed = seconds_since(start_);
+    if (phase_.done == nullptr) return phase_.left - passed;
+    const auto done = static_cast<double>(phase_.done->load(std::memory_order_relaxed));
+    return done > 0 ? passed * (static_cast<double>(phase_.steps) - done) / done : 0;
+  }
+
+  const Phase phase_;
+  const ProgressLine line_;
+  const cpu_set_t cpus_;
+  const long start_ = monotonic_ns();
+  std::mutex mutex_;  // of what follows
+  std::condition_variable end_;
+  bool ended_ = false;
+  bool visible_ = false;
+  Clock::time_point due_;  // of the next drawing
+  std::optional<Intercepted> err_;
+  std::optional<Intercepted> out_;
+  std::thread thread_;
+};
+
+Progress::Progress(const Phase& phase, const ProgressLine& line) {
+  if (isatty(line.fd) != 1) return;
+  const cpu_set_t cpus = own_cpus_without(phase.measuring);
+  if (CPU_COUNT(&cpus) > 0) drawer_ = std::make_unique<Drawer>(phase, line, cpus);
+}
+
+Progress::~Progress() = default;
+
+std::string duration_text(double seconds) {
+  constexpr long kMinute = 60;
+  constexpr long kHour = 60 * kMinute;
+  const auto s = static_cast<long>(seconds);
+  const auto two = [](long large, const char* unit, long small, const char* small_unit) {
+    return std::to_string(large) + unit + std::to_string(small) + small_unit;
+  };
+  if (s >= kHour) return two(s / kHour, " h ", s % kHour / kMinute, " min");
+  if (s >= kMinute) return two(s / kMinute, " min ", s % kMinute, " s");
+  return std::to_string(s) + " s";
+}
+
+std::string progress_text(const std::string& label, double passed, double left) {
+  std::string text = label + ": " + duration_text(passed);
+  if (left > 0) text += ", about " + duration_text(left + 1) + " left";
+  return text;
+}
+
+}  // namespace velmo
