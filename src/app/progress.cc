@@ -40,6 +40,19 @@ size_t usable_width(int terminal) {
   return (known ? size.ws_col : kDefaultWidth) - 1;
 }
 
+// "2 min 10 s": `seconds`, 0 or more, in its two largest units.
+std::string duration_text(double seconds) {
+  constexpr long kMinute = 60;
+  constexpr long kHour = 60 * kMinute;
+  const auto s = static_cast<long>(seconds);
+  const auto two = [](long large, const char* unit, long small, const char* small_unit) {
+    return std::to_string(large) + unit + std::to_string(small) + small_unit;
+  };
+  if (s >= kHour) return two(s / kHour, " h ", s % kHour / kMinute, " min");
+  if (s >= kMinute) return two(s / kMinute, " min ", s % kMinute, " s");
+  return std::to_string(s) + " s";
+}
+
 // Stands before the buffer of `stream` while it lives: `before` is called, then what is written
 // goes where it went without.
 class Intercepted : public std::streambuf {
@@ -121,7 +134,9 @@ class Progress::Drawer {
 
   void Draw() {
     if (!is_foreground(line_.fd)) return;
-    std::string text = progress_text(phase_.label, seconds_since(phase_.begun), Left());
+    std::string text = phase_.label + ": " + duration_text(seconds_since(phase_.begun));
+    const double left = Left();
+    if (left > 0) text += ", about " + duration_text(left + 1) + " left";
     text.resize(std::min(text.size(), usable_width(line_.fd)));
     Write('\r' + text + "\033[K");
     visible_ = true;
@@ -140,6 +155,7 @@ class Progress::Drawer {
     [[maybe_unused]] const ssize_t written = write(line_.fd, text.data(), text.size());
   }
 
+  // In s; 0 or less: not known, or longer than was thought.
   double Left() const {
     const double passed = seconds_since(start_);
     if (phase_.done == nullptr) return phase_.left - passed;
@@ -168,23 +184,5 @@ Progress::Progress(const Phase& phase, const ProgressLine& line) {
 }
 
 Progress::~Progress() = default;
-
-std::string duration_text(double seconds) {
-  constexpr long kMinute = 60;
-  constexpr long kHour = 60 * kMinute;
-  const auto s = static_cast<long>(seconds);
-  const auto two = [](long large, const char* unit, long small, const char* small_unit) {
-    return std::to_string(large) + unit + std::to_string(small) + small_unit;
-  };
-  if (s >= kHour) return two(s / kHour, " h ", s % kHour / kMinute, " min");
-  if (s >= kMinute) return two(s / kMinute, " min ", s % kMinute, " s");
-  return std::to_string(s) + " s";
-}
-
-std::string progress_text(const std::string& label, double passed, double left) {
-  std::string text = label + ": " + duration_text(passed);
-  if (left > 0) text += ", about " + duration_text(left + 1) + " left";
-  return text;
-}
 
 }  // namespace velmo

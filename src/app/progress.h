@@ -54,11 +54,4 @@ class Progress {
   std::unique_ptr<Drawer> drawer_;  // null: nothing is shown
 };
 
-// "2 min 10 s": `seconds`, 0 or more, in its two largest units.
-std::string duration_text(double seconds);
-
-// Text of the line: `passed` seconds of a phase are over, `left` are still to come (0 or less: not
-// known).
-std::string progress_text(const std::string& label, double passed, double left);
-
 }  // namespace velmo
