@@ -80,7 +80,8 @@ void check_still_pinned(unsigned int cpu) {
   const cpu_set_t pinned = only(cpu);
   cpu_set_t allowed;
   CPU_ZERO(&allowed);
-  if (sched_getaffinity(0, sizeof allowed, &allowed) == 0 && CPU_EQUAL(&allowed, &pinned)) return;
+  // Fails, and tells nothing, where the kernel has more CPUs than the set.
+  if (sched_getaffinity(0, sizeof allowed, &allowed) < 0 || CPU_EQUAL(&allowed, &pinned)) return;
   Fatal() << "CPU " << cpu << " was taken away while it measured; the result is void. It went "
           << "offline, or somebody moved the thread\n";
 }

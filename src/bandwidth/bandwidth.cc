@@ -50,7 +50,7 @@ void Bandwidth::MeasureTarget() {
   const std::vector<Mix> workloads = Workloads();
   const int64_t free = UpdateFreeMem();
   ChooseLoadCpus(nullptr);
-  SizeBuffers(workloads, free);
+  SizeBuffers(workloads, free, 0);
   if (config_.node_spinners) StartLoadSpinners();
   {
     const Progress progress = ShowZeroing(2 * buf_size_ * (thread_num_ - 1));

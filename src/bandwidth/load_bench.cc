@@ -1,7 +1,5 @@
 #include "bandwidth/load_bench.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <limits>
 
@@ -73,9 +71,12 @@ void LoadBench::ChooseLoadCpus(const NumaInfo::cpu_ctx* reserved) {
     nodes.push_back(cpu.numa_id);
   }
   if (thread_num_ < 2) {
-    Fatal() << "At least two CPUs are needed, one for the main thread and one for the load"
-            << (reserved != nullptr ? ", besides the one that measures latency" : "")
-            << ". There is: " << vector_to_str_range(bw_cpus_, 0) << '\n';
+    if (reserved != nullptr) {
+      Fatal() << "A CPU is needed for the load, besides CPU " << reserved->cpu_id
+              << ", which measures latency\n";
+    }
+    Fatal() << "At least two CPUs are needed, one for the main thread and one for the load. "
+            << "There is: " << vector_to_str_range(bw_cpus_, 0) << '\n';
   }
   bw_cpus_str_ = vector_to_str_range(bw_cpus_, 1);
   bw_numa_str_ = vector_to_str_range(sorted_unique({nodes.begin() + 1, nodes.end()}), 0);
@@ -98,14 +99,13 @@ void LoadBench::StartLoadSpinners() {
   }
 }
 
-void LoadBench::SizeBuffers(const std::vector<Mix>& mixes, int64_t free) {
+void LoadBench::SizeBuffers(const std::vector<Mix>& mixes, int64_t free, int64_t reserved) {
+  free = std::max<int64_t>(free - reserved, 0);
   const int64_t regions = int64_t{2} * (thread_num_ - 1);
   const bool device = config_.mem_mode == kMemDevdax || config_.mem_mode == kMemPhysical;
   if (config_.mem_mode == kMemNuma && config_.no_memnode) {
-    // What is free for memory without a node is a fixed size, which a small machine does not have.
-    const int64_t ram = sysconf(_SC_PHYS_PAGES) * sysconf(_SC_PAGESIZE);
-    free = std::min(free, static_cast<int64_t>(static_cast<double>(ram) * free_ratio_));
-    if (config_.mem_size > ram / regions) {
+    const int64_t ram = machine_memory();
+    if (config_.mem_size > (ram - reserved) / regions) {
       Fatal() << "Memory size is larger than the machine's memory of " << ram / kMiB
               << " MiB: " << regions << " regions of " << config_.mem_size / kMiB << " MiB\n";
     }

@@ -34,9 +34,10 @@ class LoadBench : public Bench {
   // One spinning thread on every node without load, up to the last node with load.
   void StartLoadSpinners();
 
-  // Sets buf_size_: the configured size or an equal share of `free` bytes (no matter for devices),
-  // in any case enough for one pass of every mix. exit(1) when that does not fit.
-  void SizeBuffers(const std::vector<Mix>& mixes, int64_t free);
+  // Sets buf_size_: the configured size or an equal share of what `free` bytes leave beside the
+  // `reserved` ones (no matter for devices), in any case enough for one pass of every mix. exit(1)
+  // when that does not fit, or when a configured size is beyond the machine's memory.
+  void SizeBuffers(const std::vector<Mix>& mixes, int64_t free, int64_t reserved);
 
   // Every buffer is mapped and first touched on the CPU that will use it. In a physical range the
   // first lies `first_offset` bytes behind its start, the others behind one another.

@@ -49,7 +49,7 @@ void LoadedLatency::MeasureTarget() {
     Fatal() << "Not enough free memory for the latency buffer: " << free << " Byte\n";
   }
   lat_stride_ = config_.stride;
-  SizeBuffers({{config_.read, config_.write, config_.stream ? 1 : 0}}, free - lat_size_);
+  SizeBuffers({{config_.read, config_.write, config_.stream ? 1 : 0}}, free, lat_size_);
   if (config_.node_spinners) StartLoadSpinners();
   // First touched on the CPU that will use it, as the load's buffers are.
   std::optional<TargetBuffer> lat_buffer;

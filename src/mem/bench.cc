@@ -3,6 +3,7 @@
 #include <numa.h>
 #include <sched.h>
 #include <sys/vfs.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -32,6 +33,8 @@ constexpr int64_t kZeroStep = kGiB / 4;
 constexpr double kWorstLatency = 100000.0;
 
 }  // namespace
+
+int64_t machine_memory() { return sysconf(_SC_PHYS_PAGES) * sysconf(_SC_PAGESIZE); }
 
 std::atomic<bool> Bench::spin_flag_{true};
 
@@ -115,7 +118,11 @@ long Bench::GetFreeMemSize() {
 }
 
 long Bench::UpdateFreeMem() {
-  const long free = GetFreeMemSize();
+  long free = GetFreeMemSize();
+  if (config_.mem_mode == kMemNuma && config_.no_memnode) {
+    // A fixed size, which a small machine does not have.
+    free = std::min(free, static_cast<long>(static_cast<double>(machine_memory()) * free_ratio_));
+  }
   free_mem_ = free / kBufferGrain * kBufferGrain;
   if (free_mem_ == 0) free_mem_ = kDefaultBuffer;
   if (config_.mem_mode == kMemDevdax) {

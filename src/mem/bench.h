@@ -16,6 +16,9 @@ namespace velmo {
 inline constexpr int64_t kBufferGrain = int64_t{2} << 20;    // buffer sizes are multiples of this
 inline constexpr int64_t kDefaultBuffer = int64_t{2} << 30;  // where neither user nor memory says
 
+// Bytes of memory that the machine has.
+int64_t machine_memory();
+
 class Bench {
  public:
   explicit Bench(Configurator config);
@@ -40,8 +43,9 @@ class Bench {
   // asked.
   long GetFreeMemSize();
 
-  // Sets free_mem_: what GetFreeMemSize says in multiples of kBufferGrain, kDefaultBuffer in place
-  // of 0. Returns what it says.
+  // Sets free_mem_: what GetFreeMemSize says, in multiples of kBufferGrain, kDefaultBuffer in place
+  // of 0; of a device-DAX target no more than it holds. Returns what GetFreeMemSize says. For
+  // memory without a node both are at most free_ratio_ of the machine's.
   long UpdateFreeMem();
 
   // The CPU to measure the current target from: of its CPU node, not CPU 0 nor a hyper-thread

@@ -45,7 +45,8 @@ TEST(LoadBench, ChoosesCpusAndKeepsNodesBelowThemAwake) {
   const std::string here = std::to_string(kHere);
   const std::string shared =
       "The main thread shares CPU " + here + " with the only load thread: no other CPU is left";
-  const std::string besides = few + ", besides the one that measures latency. There is: ";
+  const std::string besides =
+      "A CPU is needed for the load, besides CPU " + here + ", which measures latency";
   const std::vector<std::vector<int>> machine = {{1, 0}, {3, 2}, {}, {7, 6}};
   const struct {
     std::vector<int> listed;
@@ -121,7 +122,7 @@ TEST(LoadBench, SizesBuffers) {
       b.config_.mem_size = c.size;
       b.config_.no_memnode = c.kind != 1;
       b.config_.mem_mode = c.kind == 4 ? kMemPhysical : kMemNuma;
-      b.SizeBuffers(c.mixes, c.free);
+      b.SizeBuffers(c.mixes, c.free, 0);
       if (b.buf_size_ != c.expected) _exit(9);
     });
     EXPECT_EQ(outcome.status, c.expected == 0 ? 1 : 0) << &c - cases;
