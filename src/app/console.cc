@@ -34,6 +34,13 @@ void warn_from_handler(const char* text) {
   [[maybe_unused]] const ssize_t written = writev(STDERR_FILENO, parts, 2);
 }
 
+volatile std::sig_atomic_t open_line = -1;
+
+void erase_line_from_handler() {
+  if (open_line == -1) return;
+  [[maybe_unused]] const ssize_t written = write(open_line, kEraseLine, sizeof kEraseLine - 1);
+}
+
 Fatal::Fatal() {
   static std::recursive_mutex first_failure;  // never released
   first_failure.lock();

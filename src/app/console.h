@@ -7,6 +7,7 @@
 
 #pragma once
 
+#include <csignal>
 #include <iostream>
 
 namespace velmo {
@@ -16,6 +17,9 @@ inline constexpr char kInfoPrefix[] = "\033[1;32m[INFO] \033[0m";
 inline constexpr char kWarningPrefix[] = "\033[1;33m[VELMO Warning] \033[0m";
 inline constexpr char kErrorPrefix[] = "\033[1;31m[VELMO Error] \033[0m";
 inline constexpr char kDebugPrefix[] = "\033[1;35m[DEBUG] \033[0m";
+
+// Erases the line of a terminal on which the cursor stands.
+inline constexpr char kEraseLine[] = "\r\033[K";
 
 // The rule that separates the blocks of a report: forty hyphens between two newlines.
 inline constexpr char kSeparator[] = "\n----------------------------------------\n";
@@ -34,6 +38,12 @@ std::ostream& Warn();
 // Writes the warning prefix and `text` to standard error with bare system calls. Takes no lock and
 // allocates nothing, so a signal handler may call it.
 void warn_from_handler(const char* text);
+
+// The terminal that shows a line to be erased before the program ends; -1: none does.
+extern volatile std::sig_atomic_t open_line;
+
+// Erases that line with a bare system call.
+void erase_line_from_handler();
 
 // An error that ends the run: `Fatal() << what << '\n';` writes the error prefix and the message to
 // standard error and, at the end of the statement, calls exit(1). Of several threads that fail, the

@@ -53,7 +53,8 @@ LogFile::LogFile(const std::string& name) : std::ostream(nullptr), name_(name) {
 LogFile::~LogFile() {
   if (!file_.is_open()) return;
   flush();
-  if (good()) return;
+  // Network file systems report what could not be written only here.
+  if (file_.close() != nullptr && good()) return;
   Warn() << "Failed to write log file " << name_ << ": " << std::strerror(errno) << '\n';
   unlink(name_.c_str());
   any_lost_ = true;

@@ -40,12 +40,9 @@ int main(int argc, char** argv) {
   velmo::change_scheduling_priority(-20);
   config.InputArguments(argc, argv);
   velmo::check_root();
-  {
-    // No instant between the banner and the handlers.
-    const velmo::EndSignalsBlocked blocked;
-    std::cout << "\n***** VELMO START *****\n";
-    velmo::install_signal_handlers();
-  }
+  // Who has read the banner meets the handlers.
+  velmo::install_signal_handlers();
+  std::cout << "\n***** VELMO START *****\n";
 
   if (isatty(STDERR_FILENO) == 1) {
     for (const std::string& text : velmo::find_spoilers(config.UnderTest())) {

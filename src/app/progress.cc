@@ -1,7 +1,9 @@
 #include "app/progress.h"
 
+#include <poll.h>
 #include <sched.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -10,14 +12,16 @@
 #include <mutex>
 #include <optional>
 #include <streambuf>
+#include <system_error>
 #include <thread>
 #include <utility>
+
+#include "app/console.h"
 
 namespace velmo {
 namespace {
 
 constexpr size_t kDefaultWidth = 80;
-constexpr char kErase[] = "\r\033[K";
 
 double seconds_since(long start) { return static_cast<double>(monotonic_ns() - start) * 1e-9; }
 
@@ -32,6 +36,13 @@ cpu_set_t own_cpus_without(const std::vector<int>& excluded) {
 
 // A background job would write into what the user types.
 bool is_foreground(int terminal) { return tcgetpgrp(terminal) == getpgrp(); }
+
+// Behind a pipe may be the same terminal (tee).
+bool may_reach_terminal(int fd) {
+  struct stat status;
+  return isatty(fd) == 1 ||
+         (fstat(fd, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode)));
+}
 
 // A longer line would wrap, and only its last row could be erased.
 size_t usable_width(int terminal) {
@@ -101,8 +112,13 @@ class Progress::Drawer {
                       Clock::time_point(std::chrono::nanoseconds(phase.begun)) + line.first)) {
     const auto erase = [this] { Erase(); };
     err_.emplace(std::cerr, erase);
-    if (isatty(STDOUT_FILENO) == 1) out_.emplace(std::cout, erase);
-    thread_ = start_thread(&Drawer::Run, this);
+    if (may_reach_terminal(STDOUT_FILENO)) out_.emplace(std::cout, erase);
+    const EndSignalsBlocked blocked;
+    try {
+      thread_ = std::thread(&Drawer::Run, this);
+    } catch (const std::system_error&) {
+      // A run is worth more than its line.
+    }
   }
 
   ~Drawer() {
@@ -111,7 +127,7 @@ class Progress::Drawer {
       ended_ = true;
     }
     end_.notify_one();
-    thread_.join();
+    if (thread_.joinable()) thread_.join();
     Erase();
   }
 
@@ -138,21 +154,26 @@ class Progress::Drawer {
     const double left = Left();
     if (left > 0) text += ", about " + duration_text(left + 1) + " left";
     text.resize(std::min(text.size(), usable_width(line_.fd)));
-    Write('\r' + text + "\033[K");
-    visible_ = true;
+    open_line = line_.fd;
+    if (Write('\r' + text + "\033[K")) visible_ = true;
+    open_line = visible_ ? line_.fd : -1;
   }
 
-  // Output comes in lines of several writes: the next drawing leaves them time.
+  // Output comes in lines of several writes, perhaps one a second: the next drawing leaves them
+  // time.
   void Erase() {
     const std::lock_guard lock(mutex_);
-    if (visible_) Write(kErase);
-    visible_ = false;
-    due_ = std::max(due_, Clock::now() + line_.every);
+    if (visible_) visible_ = !Write(kEraseLine);
+    open_line = visible_ ? line_.fd : -1;
+    due_ = std::max(due_, Clock::now() + 2 * line_.every);
   }
 
-  // One call for a whole line, so that a program that is ended leaves no half sequence.
-  void Write(const std::string& text) const {
-    [[maybe_unused]] const ssize_t written = write(line_.fd, text.data(), text.size());
+  // One call for a whole line, so that a program that is ended leaves no half sequence. False,
+  // without a wait, where the terminal takes nothing (Ctrl-S, a stalled connection).
+  bool Write(const std::string& text) const {
+    pollfd terminal{line_.fd, POLLOUT, 0};
+    return poll(&terminal, 1, 0) == 1 && (terminal.revents & POLLOUT) != 0 &&
+           write(line_.fd, text.data(), text.size()) > 0;
   }
 
   // In s; 0 or less: not known, or longer than was thought.

@@ -39,8 +39,8 @@ struct ProgressLine {
 };
 
 // The line of one phase, which ends with the object: it is erased then, and before anything else is
-// written to std::cerr or, where that is a terminal, std::cout, by any thread. Bare system calls
-// are not seen; a phase has to end before them. One object at a time; it is made before and
+// written to std::cerr or, where that may reach a terminal, std::cout, by any thread. Bare system
+// calls are not seen; a phase has to end before them. One object at a time; it is made before and
 // destroyed after the threads that print while it lives.
 class Progress {
  public:

@@ -31,6 +31,16 @@ void restore_and_die(int signum) {
   std::raise(signum);
 }
 
+void restore_on(int signum) {
+  struct sigaction action {};
+  action.sa_handler = restore_and_die;
+  action.sa_flags = SA_ONSTACK;
+  struct sigaction previous {};
+  sigaction(signum, &action, &previous);
+  // A signal that the parent had ignored (nohup) stays ignored.
+  if (previous.sa_handler == SIG_IGN) sigaction(signum, &previous, nullptr);
+}
+
 [[noreturn]] void report_uncaught() {
   try {
     if (const std::exception_ptr uncaught = std::current_exception()) {
@@ -53,6 +63,7 @@ void signal_handler(int signum) {
   std::signal(SIGALRM, leave_now);
   alarm(kHandlerLimit);
   const EndSignalsBlocked blocked;
+  erase_line_from_handler();
   restore_register();
   if (signum == SIGQUIT) kill(getpid(), SIGQUIT);
   _exit(EXIT_SUCCESS);
@@ -74,15 +85,10 @@ void install_exit_guards() {
   sigaltstack(&stack, nullptr);
   for (const int signum :
        {SIGHUP, SIGABRT, SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGSYS, SIGXCPU, SIGXFSZ,
-        SIGALRM, SIGVTALRM, SIGPROF, SIGUSR1, SIGUSR2, SIGIO, SIGPWR}) {
-    struct sigaction action {};
-    action.sa_handler = restore_and_die;
-    action.sa_flags = SA_ONSTACK;
-    struct sigaction previous {};
-    sigaction(signum, &action, &previous);
-    // A signal that the parent had ignored (nohup) stays ignored.
-    if (previous.sa_handler == SIG_IGN) sigaction(signum, &previous, nullptr);
+        SIGALRM, SIGVTALRM, SIGPROF, SIGUSR1, SIGUSR2, SIGIO, SIGPWR, SIGSTKFLT}) {
+    restore_on(signum);
   }
+  for (int signum = SIGRTMIN; signum <= SIGRTMAX; ++signum) restore_on(signum);
   std::signal(SIGPIPE, SIG_IGN);
 }
 

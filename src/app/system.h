@@ -53,8 +53,8 @@ class EndSignalsBlocked {
 // exit(1) when the system has no room for another thread.
 template <typename... Args>
 std::thread start_thread(Args&&... args) {
-  const EndSignalsBlocked blocked;
   try {
+    const EndSignalsBlocked blocked;
     return std::thread(std::forward<Args>(args)...);
   } catch (const std::system_error& failure) {
     Fatal() << "Failed to start a thread: " << failure.code().message()

@@ -93,6 +93,11 @@ int64_t devdax_size(const std::string& path) {
 void mmap_devdax(void*& addr, long len, const std::string& path) {
   const Descriptor file(open(path.c_str(), O_RDWR));
   if (file.get() < 0) Fatal() << "Failed to allocate memory. Check path or dax device.\n";
+  struct stat status;
+  if (fstat(file.get(), &status) == 0 && S_ISBLK(status.st_mode)) {
+    Fatal() << "Failed to allocate memory. " << path
+            << " is a block device, whose contents would be lost. Check path or dax device.\n";
+  }
   // What lies beyond its end would map, and fault at the first touch.
   const int64_t size = devdax_size(path);
   if (size >= 0 && size < len) {

@@ -6,7 +6,6 @@
 #include <cstdio>
 
 #include "app/console.h"
-#include "app/system.h"
 
 namespace velmo {
 
@@ -89,9 +88,6 @@ void find_offset(const CpuInfo& cpu) {
 }
 
 bool disable_prefetch(int cpu) {
-  // Between the write and the note of it, a handler would not know that there is something to
-  // restore.
-  const EndSignalsBlocked blocked;
   // What a register holds while it is changed is not worth saving.
   if (!rollback_msr()) return false;
   const MsrFile msr(cpu);
@@ -99,14 +95,17 @@ bool disable_prefetch(int cpu) {
   uint64_t old_value = 0;
   if (!msr.Read(offset, old_value)) return fail("Failed to read msr.\n");
   store_msr = old_value;
-  if (!msr.Write(offset, off_value(old_value))) return fail("Failed to write msr.\n");
+  // Noted first: a handler that comes between the two writes what is still there.
   store_cpu_id = cpu;
-  return true;
+  if (msr.Write(offset, off_value(old_value))) return true;
+  store_cpu_id = -1;
+  return fail("Failed to write msr.\n");
 }
 
 bool rollback_msr() {
-  if (store_cpu_id == -1) return true;
-  const MsrFile msr(store_cpu_id);
+  const int cpu = store_cpu_id;
+  if (cpu == -1) return true;
+  const MsrFile msr(cpu);
   if (!msr.IsOpen() || offset == 0) return fail("Failed to access msr.\n");
   if (!msr.Write(offset, store_msr)) return fail("Failed to write msr.\n");
   store_cpu_id = -1;

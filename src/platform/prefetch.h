@@ -3,8 +3,8 @@
 // The registers are reached through the kernel's msr driver, which needs root and the msr module.
 // One register of one CPU may be changed at a time; its old value is kept here until
 // rollback_msr() writes it back. The state is process-wide and guarded by no lock: the main thread
-// changes it, with the end signals held back, and whatever ends the process early may restore it at
-// any instant. A restore that is interrupted by another one is harmless: both write the same value.
+// changes it, and whatever ends the process early may restore it at any instant. A restore that is
+// interrupted by another one is harmless: both write the same value.
 
 #pragma once
 
