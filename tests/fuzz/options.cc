@@ -1,5 +1,5 @@
-// Command lines, an argument a line, on the unit tests' machine. The program name "physical" starts
-// in the physical mode, which no option selects.
+// Command lines, an argument a line that is not empty, on the unit tests' machine. The program name
+// "physical" starts in the physical mode, which no option selects.
 
 #include "config/configurator.h"
 #include "fuzz/harness.h"
@@ -24,7 +24,9 @@ static void CheckValues(const Configurator& c) {
 
 static void CheckBinding(const Configurator& c, const Configurator::GivenOptions& given) {
   Require(given['l'] ? c.load_cpu.size() >= 2 : c.load_cpu.empty(), "load_cpu");
-  for (const auto& cpu : c.load_cpu) {
+  for (size_t i = 0; i < c.load_cpu.size(); ++i) {
+    const auto& cpu = c.load_cpu[i];
+    Require(i == 0 || cpu.cpu_id > c.load_cpu[i - 1].cpu_id, "each load CPU once");
     Require(!c.run_loaded_latency || cpu.cpu_id != c.latency_cpu.cpu_id, "-l leaves -k alone");
   }
   Require(c.bandwidth_local == 0 || !(given['k'] || given['l']), "a CPU node or CPUs");
@@ -45,6 +47,7 @@ static void CheckBinding(const Configurator& c, const Configurator::GivenOptions
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const velmo_test::FakeMachine machine;
   std::vector<std::string> arguments = velmo_fuzz::Lines({data, data + size});
+  std::erase(arguments, "");
   if (arguments.empty()) arguments = {"velmo"};
   std::vector<char*> argv;
   for (std::string& argument : arguments) argv.push_back(argument.data());
