@@ -40,7 +40,8 @@ struct Sink : std::streambuf {
 enum class End { kReturned, kExited, kNotConverted };
 
 // Runs `body` with silent standard streams. exit, which has to tell its reason, ends `body` alone,
-// by a jump that leaks what it owns. The exceptions of conversions are a documented end, too.
+// by a jump that leaks what it owns; so the large objects are the caller's. The exceptions of
+// conversions are a documented end, too.
 inline End Run(const std::function<void()>& body) {
   // Not destroyed: the streams are flushed behind the last destructor.
   static Sink& out = *new Sink;

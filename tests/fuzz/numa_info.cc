@@ -32,15 +32,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (size_t i = 0; i < std::size(kFiles); ++i) {
     lines[i] == "absent" ? (void)close(kFiles[i]) : velmo_fuzz::WriteFile(kFiles[i], lines[i]);
   }
-  velmo_fuzz::Run([] {
-    velmo::NumaInfo info;
-    info.node_online_path = "/proc/self/fd/100";
-    info.cpulist_fmt = "/proc/self/fd/11%d";
-    info.core_id_fmt = "/proc/self/fd/12%d";
-    info.cpu_online_fmt = "/proc/self/fd/13%d";
-    info.configured_cpus = [] { return 4L; };
-    info.max_node = [] { return 3; };
-    info.distance = Distance;
+  velmo::NumaInfo info;
+  info.node_online_path = "/proc/self/fd/100";
+  info.cpulist_fmt = "/proc/self/fd/11%d";
+  info.core_id_fmt = "/proc/self/fd/12%d";
+  info.cpu_online_fmt = "/proc/self/fd/13%d";
+  info.configured_cpus = [] { return 4L; };
+  info.max_node = [] { return 3; };
+  info.distance = Distance;
+  velmo_fuzz::Run([&info] {
     info.Parse();
     info.PrintInfo();
     if (!info.parsed) return;

@@ -52,9 +52,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::vector<char*> argv;
   for (std::string& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
+  Configurator config;
+  machine.Install(config);
   velmo_fuzz::Run([&] {
-    Configurator config;
-    machine.Install(config);
     if (arguments[0] == "physical") {
       config.mem_mode = velmo::kMemPhysical;
       config.thread = 2;
