@@ -20,7 +20,7 @@
 
 namespace velmo {
 
-inline constexpr char kVersion[] = "2.2.4";
+inline constexpr char kVersion[] = VELMO_VERSION;  // from the build
 
 // Kinds of memory under test, values of Configurator::mem_mode.
 inline constexpr int32_t kMemNuma = 1;      // anonymous memory, on a NUMA node or unbound
