@@ -6,7 +6,7 @@ set(doc ${usr}/share/doc/velmo)
 
 file(COPY ${CPACK_VELMO_PACKAGING}/copyright DESTINATION ${doc})
 file(COPY_FILE ${CPACK_VELMO_PACKAGING}/changelog ${doc}/changelog.Debian)
-file(RENAME ${doc}/CHANGELOG.md ${doc}/changelog)
+file(COPY_FILE ${doc}/CHANGELOG.md ${doc}/changelog)
 execute_process(
   COMMAND gzip -9n ${usr}/share/man/man8/velmo.8 ${doc}/changelog ${doc}/changelog.Debian
   COMMAND_ERROR_IS_FATAL ANY)
