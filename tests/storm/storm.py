@@ -159,7 +159,7 @@ class Run:
     def threads(self):
         """Of a process that is late: identity, state, scheduling policy and system call."""
         with contextlib.suppress(OSError):
-            return [(task.name, fields[0], fields[38], (task / "syscall").read_text().strip())
+            return [(task.name, fields[0], fields[38], (task / "syscall").read_text().split()[0])
                     for task in self.proc.glob("task/*") if (fields := stat_fields(task))]
 
     def blocked(self):
