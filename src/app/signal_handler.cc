@@ -1,5 +1,8 @@
 #include "app/signal_handler.h"
 
+#include <dirent.h>
+#include <fcntl.h>
+#include <sched.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -24,9 +27,39 @@ void restore_register() {
   if (!rollback_msr()) warn_from_handler("Failed to rollback msr.\n");
 }
 
+pid_t thread_id(const char* name) {
+  pid_t id = 0;
+  for (; *name >= '0' && *name <= '9'; ++name) id = 10 * id + (*name - '0');
+  return id;
+}
+
+// A process ends with its last thread, and a spinning thread of idle priority on a CPU that
+// somebody else keeps busy waits for seconds until it may end. Bare system calls, for handlers.
+void raise_idle_threads() {
+  const int directory = open("/proc/self/task", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (directory < 0) return;
+  alignas(dirent64) char entries[2048];
+  ssize_t size = 0;
+  while ((size = getdents64(directory, entries, sizeof entries)) > 0) {
+    for (ssize_t at = 0; at < size;) {
+      const auto* entry = reinterpret_cast<const dirent64*>(entries + at);
+      const sched_param priority{};
+      // 0, which "." and ".." come out as, is this thread.
+      sched_setscheduler(thread_id(entry->d_name), SCHED_OTHER, &priority);
+      at += entry->d_reclen;
+    }
+  }
+  close(directory);
+}
+
+void prepare_end() {
+  restore_register();
+  raise_idle_threads();
+}
+
 // Restores the register and lets the signal end the process as it does by default.
 void restore_and_die(int signum) {
-  restore_register();
+  prepare_end();
   std::signal(signum, SIG_DFL);
   std::raise(signum);
 }
@@ -64,7 +97,7 @@ void signal_handler(int signum) {
   alarm(kHandlerLimit);
   const EndSignalsBlocked blocked;
   erase_line_from_handler();
-  restore_register();
+  prepare_end();
   if (signum == SIGQUIT) kill(getpid(), SIGQUIT);
   _exit(EXIT_SUCCESS);
 }
@@ -74,7 +107,7 @@ void install_signal_handlers() {
 }
 
 void install_exit_guards() {
-  std::atexit(restore_register);
+  std::atexit(prepare_end);
   std::set_terminate(report_uncaught);
   // A stack that overflowed has no room for a handler. This is for the main thread; the others do
   // not recurse.
