@@ -36,6 +36,8 @@ BANNER, DONE = b"***** VELMO START *****\n", b"***** DONE *****"
 # Seconds until the handlers are there, from the first signal to the end, and for which a process
 # that is late is watched.
 START_LIMIT, END_LIMIT, PATIENCE = 60.0, 2.0, 10.0
+# Seconds of a long run that are measured and under fire.
+LONGEST = 5.0
 PIPE_SIZE, PR_SET_PDEATHSIG, PF_EXITING = 4096, 1, 4
 CLONE_NEWNS, MS_REC_PRIVATE = 0x20000, 0x44000
 
@@ -205,13 +207,12 @@ class Run:
         return self.kept.lstrip(b".").decode(errors="replace").replace("\n", "\n  | ")
 
 
-def measure(work, registers, task):
+def measure(work, registers, command):
     """Length of a normal run, its changes of state, its text up to the banner and in all."""
-    command, longest = task
     registers.reset(True)
     run = Run(work, registers, command, "file")
     started, begun = run.has_handlers(), time.monotonic()
-    run.watch(longest)
+    run.watch(LONGEST)
     length, ended, left_changed = time.monotonic() - begun, run.ends_within(0), registers.changed()
     status, _ = run.close()
     if not started or ended and (status != 0 or left_changed):
@@ -263,7 +264,7 @@ def shoot(work, registers, task):
     if left:
         problems.append(f"processes left: {left}")
     story = "" if not problems else (
-        f"FAIL shot {shot.number}: {', '.join(problems)}\n  {shot}\n  fired "
+        f"FAIL shot {shot.number} {', '.join(problems)}\n  {shot}\n  fired "
         f"{fired - begun:.6f} s after the handlers, run of {length:.3f} s; status {status} "
         f"{seconds:.3f} s later; exiting before: {over}; changed registers before: {was_changed}, "
         f"after: {left_changed}; output:\n  | {run.text()}")
@@ -324,18 +325,16 @@ def main():
     begun, results = time.monotonic(), []
     with tempfile.TemporaryDirectory(prefix="storm-") as work:
         try:
-            # Of long commands only the beginning is measured and under fire.
-            longest = 2 if len(plan) < 200 else 20
             commands = sorted({shot.command for shot in plan})
-            measured = dict(spread(options.jobs, measure, work,
-                                   [(command, longest) for command in commands]))
+            measured = dict(spread(options.jobs, measure, work, commands))
             if len(measured) < len(commands):
                 sys.exit(1)
             tasks = [(shot, measured[shot.command]) for shot in plan]
             for result in spread(options.jobs, shoot, work, tasks):
                 results.append(result)
                 if result[0]:
-                    print(f"{result[0]}\nagain: script/storm --seed {options.seed} --shot N")
+                    print(f"{result[0]}\nagain: script/storm --seed {options.seed} --shot "
+                          f"{result[0].split()[2]}", flush=True)
                 if sys.stderr.isatty():
                     print(f"\r{len(results)} of {len(plan)} ", end="", file=sys.stderr, flush=True)
         finally:
