@@ -36,8 +36,6 @@ BANNER, DONE = b"***** VELMO START *****\n", b"***** DONE *****"
 # Seconds until the handlers are there, from the first signal to the end, and for which a process
 # that is late is watched.
 START_LIMIT, END_LIMIT, PATIENCE = 60.0, 2.0, 10.0
-# Seconds of a long run that are measured and under fire.
-LONGEST = 5.0
 PIPE_SIZE, PR_SET_PDEATHSIG, PF_EXITING = 4096, 1, 4
 CLONE_NEWNS, MS_REC_PRIVATE = 0x20000, 0x44000
 
@@ -207,12 +205,13 @@ class Run:
         return self.kept.lstrip(b".").decode(errors="replace").replace("\n", "\n  | ")
 
 
-def measure(work, registers, command):
+def measure(work, registers, task):
     """Length of a normal run, its changes of state, its text up to the banner and in all."""
+    command, longest = task
     registers.reset(True)
     run = Run(work, registers, command, "file")
     started, begun = run.has_handlers(), time.monotonic()
-    run.watch(LONGEST)
+    run.watch(longest)
     length, ended, left_changed = time.monotonic() - begun, run.ends_within(0), registers.changed()
     status, _ = run.close()
     if not started or ended and (status != 0 or left_changed):
@@ -311,6 +310,8 @@ def main():
     parser.add_argument("--seed", type=int, default=random.randrange(10**6))
     parser.add_argument("--jobs", type=int, default=2, help="shots at a time")
     parser.add_argument("--shot", type=int, help="only this one of the seed")
+    parser.add_argument("--longest", type=float, default=20,
+                        help="seconds of a run that are measured and under fire")
     options = parser.parse_args()
     if os.getuid() != 0:
         sys.exit("storm: needs root for its register stand-ins")
@@ -326,15 +327,16 @@ def main():
     with tempfile.TemporaryDirectory(prefix="storm-") as work:
         try:
             commands = sorted({shot.command for shot in plan})
-            measured = dict(spread(options.jobs, measure, work, commands))
+            measured = dict(spread(options.jobs, measure, work,
+                                   [(command, options.longest) for command in commands]))
             if len(measured) < len(commands):
                 sys.exit(1)
             tasks = [(shot, measured[shot.command]) for shot in plan]
             for result in spread(options.jobs, shoot, work, tasks):
                 results.append(result)
                 if result[0]:
-                    print(f"{result[0]}\nagain: script/storm --seed {options.seed} --shot "
-                          f"{result[0].split()[2]}", flush=True)
+                    print(f"{result[0]}\nagain: script/storm --seed {options.seed} --longest "
+                          f"{options.longest} --shot {result[0].split()[2]}", flush=True)
                 if sys.stderr.isatty():
                     print(f"\r{len(results)} of {len(plan)} ", end="", file=sys.stderr, flush=True)
         finally:
