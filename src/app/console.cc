@@ -1,6 +1,7 @@
 #include "app/console.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -34,11 +35,17 @@ void warn_from_handler(const char* text) {
   [[maybe_unused]] const ssize_t written = writev(STDERR_FILENO, parts, 2);
 }
 
-volatile std::sig_atomic_t open_line = -1;
+std::atomic<int> open_line = -1;
 
 void erase_line_from_handler() {
-  if (open_line == -1) return;
-  [[maybe_unused]] const ssize_t written = write(open_line, kEraseLine, sizeof kEraseLine - 1);
+  const int terminal = open_line;
+  pollfd writable{terminal, POLLOUT, 0};
+  if (terminal == -1 || poll(&writable, 1, 0) != 1) return;
+  [[maybe_unused]] const ssize_t written = write(terminal, kEraseLine, sizeof kEraseLine - 1);
+}
+
+void check_output() {
+  if (!std::cout) Fatal() << "Failed to write to standard output\n";
 }
 
 Fatal::Fatal() {

@@ -7,7 +7,7 @@
 
 #pragma once
 
-#include <csignal>
+#include <atomic>
 #include <iostream>
 
 namespace velmo {
@@ -40,10 +40,14 @@ std::ostream& Warn();
 void warn_from_handler(const char* text);
 
 // The terminal that shows a line to be erased before the program ends; -1: none does.
-extern volatile std::sig_atomic_t open_line;
+extern std::atomic<int> open_line;
+static_assert(std::atomic<int>::is_always_lock_free, "a signal handler reads it");
 
-// Erases that line with a bare system call.
+// Erases that line with bare system calls; leaves it where the terminal takes nothing (Ctrl-S).
 void erase_line_from_handler();
+
+// exit(1) with a message when something that was written to standard output is lost.
+void check_output();
 
 // An error that ends the run: `Fatal() << what << '\n';` writes the error prefix and the message to
 // standard error and, at the end of the statement, calls exit(1). Of several threads that fail, the

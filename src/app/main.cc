@@ -55,6 +55,6 @@ int main(int argc, char** argv) {
   if (config.run_loaded_latency) run_benchmark<velmo::LoadedLatency>();
 
   std::cout << "\n\n***** DONE *****\n";
-  if (!std::cout) velmo::Fatal() << "Failed to write to standard output\n";
+  velmo::check_output();
   return velmo::LogFile::any_lost() ? 1 : 0;
 }

@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <exception>
 #include <iostream>
+#include <new>
+#include <vector>
 
 #include "app/console.h"
 #include "app/system.h"
@@ -68,10 +70,14 @@ void restore_on(int signum) {
   struct sigaction action {};
   action.sa_handler = restore_and_die;
   action.sa_flags = SA_ONSTACK;
-  struct sigaction previous {};
-  sigaction(signum, &action, &previous);
-  // A signal that the parent had ignored (nohup) stays ignored.
-  if (previous.sa_handler == SIG_IGN) sigaction(signum, &previous, nullptr);
+  sigaction(signum, &action, nullptr);
+}
+
+// By the parent, as nohup does.
+bool is_ignored(int signum) {
+  struct sigaction action {};
+  sigaction(signum, nullptr, &action);
+  return action.sa_handler == SIG_IGN;
 }
 
 [[noreturn]] void report_uncaught() {
@@ -79,6 +85,10 @@ void restore_on(int signum) {
     if (const std::exception_ptr uncaught = std::current_exception()) {
       std::rethrow_exception(uncaught);
     }
+  } catch (const std::bad_alloc&) {
+    std::cerr << kErrorPrefix << "Out of memory. Check the limit on memory (ulimit -v)\n";
+    prepare_end();
+    _exit(EXIT_FAILURE);
   } catch (const std::exception& e) {
     std::cerr << kErrorPrefix << e.what() << '\n';
   } catch (...) {
@@ -94,10 +104,14 @@ void restore_on(int signum) {
 
 void signal_handler(int signum) {
   std::signal(SIGALRM, leave_now);
+  sigset_t limit;
+  sigemptyset(&limit);
+  sigaddset(&limit, SIGALRM);
+  pthread_sigmask(SIG_UNBLOCK, &limit, nullptr);  // the parent may have blocked it
   alarm(kHandlerLimit);
   const EndSignalsBlocked blocked;
-  erase_line_from_handler();
   prepare_end();
+  erase_line_from_handler();
   if (signum == SIGQUIT) kill(getpid(), SIGQUIT);
   _exit(EXIT_SUCCESS);
 }
@@ -116,13 +130,17 @@ void install_exit_guards() {
   stack.ss_sp = handler_stack;
   stack.ss_size = sizeof handler_stack;
   sigaltstack(&stack, nullptr);
-  for (const int signum :
-       {SIGHUP, SIGABRT, SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGSYS, SIGXCPU, SIGXFSZ,
-        SIGALRM, SIGVTALRM, SIGPROF, SIGUSR1, SIGUSR2, SIGIO, SIGPWR, SIGSTKFLT}) {
+  // These end a process also where its parent ignored them.
+  for (const int signum : {SIGABRT, SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGSYS}) {
     restore_on(signum);
   }
-  for (int signum = SIGRTMIN; signum <= SIGRTMAX; ++signum) restore_on(signum);
-  std::signal(SIGPIPE, SIG_IGN);
+  std::vector<int> others = {SIGHUP,  SIGXCPU, SIGALRM, SIGVTALRM, SIGPROF,
+                             SIGUSR1, SIGUSR2, SIGIO,   SIGPWR,    SIGSTKFLT};
+  for (int signum = SIGRTMIN; signum <= SIGRTMAX; ++signum) others.push_back(signum);
+  for (const int signum : others) {
+    if (!is_ignored(signum)) restore_on(signum);
+  }
+  for (const int signum : {SIGPIPE, SIGXFSZ}) std::signal(signum, SIG_IGN);
 }
 
 }  // namespace velmo

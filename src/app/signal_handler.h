@@ -1,5 +1,5 @@
-// However a run ends early, the prefetchers are put back first. What cannot be covered: SIGKILL and
-// loss of power.
+// However a run ends early, the prefetchers are put back first. What cannot be covered: SIGKILL,
+// loss of power, and a CPU that has gone offline.
 
 #pragma once
 
@@ -21,8 +21,9 @@ void install_signal_handlers();
 
 // Covers the other ends: exit() with a changed register, an uncaught exception (which is reported
 // behind the error prefix before the abort), and the other signals that end a process by default,
-// SIGHUP and the faults among them, which keep their effect after the restore. A closed pipe does
-// not end the run: its log may still be wanted.
+// SIGHUP and the faults among them, which keep their effect after the restore. Where memory cannot
+// be allocated the exit status is 1. A closed pipe does not end the run: its log may still be
+// wanted. Nor does a file that grows beyond a limit (ulimit -f): who writes it reports that.
 void install_exit_guards();
 
 }  // namespace velmo

@@ -154,7 +154,7 @@ std::vector<int> str_range_to_vector(const std::string& s) {
     if (!(in >> value) || value > kMaxInt || value < -kMaxInt) {
       reject_range(text.substr(at, text.find(' ', at) - at));
     }
-    if (value >= 0) {
+    if (text[at] != '-') {
       if (list.size() == kMaxListEntries) reject_range(value);
       list.push_back(static_cast<int>(value));
       start = value;

@@ -14,18 +14,19 @@
 #include "app/console.h"
 #include "app/log_file.h"
 #include "app/progress.h"
+#include "app/system.h"
 #include "mem/report.h"
 
 namespace velmo {
 namespace {
 
-// Busy-waits: the main thread's CPU stays awake and the second is exact. Unsigned, so that a system
-// clock that is set back ends the wait instead of prolonging it.
+// Busy-waits: the main thread's CPU stays awake and the second is exact. A system clock that is set
+// back makes it two at most; the samples have a clock of their own.
 void wait_one_second() {
   using Clock = std::chrono::system_clock;
-  constexpr uint64_t kSecond = 1'000'000'000;
-  const Clock::time_point start = Clock::now();
-  while (static_cast<uint64_t>(std::chrono::nanoseconds(Clock::now() - start).count()) < kSecond) {
+  Clock::time_point start = Clock::now();
+  for (Clock::time_point now = start; now - start < std::chrono::seconds(1); now = Clock::now()) {
+    start = std::min(start, now);
   }
 }
 
@@ -100,6 +101,7 @@ void Bandwidth::Measure() {
     team.OpenGate();
     SampleIterations(team);
     team.Stop();
+    check_still_pinned(bw_cpus_.front());
     WriteSummary(std::cout);
     if (config_.verbose >= 1) WriteLog();
   }
@@ -107,13 +109,16 @@ void Bandwidth::Measure() {
 }
 
 void Bandwidth::SampleIterations(LoadTeam& team) {
-  iter_bw_.assign(config_.iter, 0.0);
+  constexpr int kReserved = 1 << 16;  // "-i 2147483643" means "until I end it", not 16 GiB
+  iter_bw_.clear();
+  iter_bw_.reserve(std::min(config_.iter, kReserved));
   for (int i = 0; i < config_.iter; ++i) {
     wait_one_second();
-    for (size_t t = 0; t < team.size(); ++t) iter_bw_[i] += team.Sample(t);
+    double sum = 0;
+    for (size_t t = 0; t < team.size(); ++t) sum += team.Sample(t);
+    iter_bw_.push_back(i < kBandwidthWarmUp ? sum : sum * 1e-6);
     if (i < kBandwidthWarmUp) continue;
-    iter_bw_[i] *= 1e-6;
-    std::cout << '#' << i - kBandwidthWarmUp + 1 << ": " << iter_bw_[i] << " MB/s\n";
+    std::cout << '#' << i - kBandwidthWarmUp + 1 << ": " << iter_bw_.back() << " MB/s\n";
   }
 }
 

@@ -180,15 +180,21 @@ void set_use_pa(Configurator& c, const char* argument) {
   if (c.use_pa == 0) Fatal() << "Invalid use_pa (use_pa > 0): " << c.use_pa << '\n';
 }
 
+// Ends a run that was only to print something.
+[[noreturn]] void end_printed() {
+  check_output();
+  std::exit(EXIT_SUCCESS);
+}
+
 [[noreturn]] void print_version() {
   std::cout << "\nVELMO ver." << kVersion << '\n';
-  std::exit(EXIT_SUCCESS);
+  end_printed();
 }
 
 [[noreturn]] void print_system_info(const Configurator& c) {
   c.mem_info.PrintInfo();
   c.numa_info.PrintInfo();
-  std::exit(EXIT_SUCCESS);
+  end_printed();
 }
 
 // One option: its names, whether it takes an argument, and what it does. An option that is listed
@@ -297,7 +303,7 @@ std::string make_short_options() {
     default:
       c.Usage();
   }
-  std::exit(EXIT_SUCCESS);
+  end_printed();
 }
 
 }  // namespace
@@ -308,7 +314,7 @@ Configurator::GivenOptions Configurator::ParseOptions(int argc, char** argv) {
   latency_cpu.cpu_id = -1;
   if (argc <= 1) {
     Usage();
-    std::exit(EXIT_SUCCESS);
+    end_printed();
   }
   if (std::any_of(argv, argv + argc, [](const std::string_view argument) {
         return argument == "-h" || argument == "--help";

@@ -167,10 +167,11 @@ int Bench::FindNearestCpuNode() {
                              .measuring = {nodes[n].front().cpu_id},
                              .begun = begun});
     worker.InitParameter(kRandom, static_cast<int>(node_idx_), 0, false);
-    std::thread thread = start_thread(&LatWorker::Simple, &worker);
-    set_thread_affinity(&thread, nodes[n].front().cpu_id);
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    thread.join();
+    const int cpu = nodes[n].front().cpu_id;
+    run_pinned({cpu}, [&worker, cpu](size_t) {
+      worker.Simple();
+      check_still_pinned(cpu);
+    });
     if (best > worker.avg_) {
       best = worker.avg_;
       nearest = static_cast<int>(n);

@@ -91,18 +91,24 @@ int64_t devdax_size(const std::string& path) {
 }
 
 void mmap_devdax(void*& addr, long len, const std::string& path) {
-  const Descriptor file(open(path.c_str(), O_RDWR));
-  if (file.get() < 0) Fatal() << "Failed to allocate memory. Check path or dax device.\n";
-  struct stat status;
-  if (fstat(file.get(), &status) == 0 && S_ISBLK(status.st_mode)) {
+  struct stat status {};
+  const bool exists = stat(path.c_str(), &status) == 0;
+  const int64_t size = devdax_size(path);
+  // Before it is opened: that alone has an effect on some devices (a watchdog, a tape).
+  if (exists && size < 0) {
     Fatal() << "Failed to allocate memory. " << path
-            << " is a block device, whose contents would be lost. Check path or dax device.\n";
+            << " is neither a dax device nor a file. Check path or dax device.\n";
   }
   // What lies beyond its end would map, and fault at the first touch.
-  const int64_t size = devdax_size(path);
-  if (size >= 0 && size < len) {
+  if (exists && size < len) {
     Fatal() << "Failed to allocate memory. " << path << " holds " << size << " of " << len
             << " Byte. Check path or dax device, or set a smaller size with -m\n";
+  }
+  const Descriptor file(open(path.c_str(), O_RDWR));
+  if (file.get() < 0) Fatal() << "Failed to allocate memory. Check path or dax device.\n";
+  // So would the holes of a file on a full file system.
+  if (S_ISREG(status.st_mode) && posix_fallocate(file.get(), 0, len) != 0) {
+    Fatal() << "Failed to allocate memory. There is not enough free memory\n";
   }
   addr = map_shared(file, len, 0, "Failed to allocate memory.\n");
 }

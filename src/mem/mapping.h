@@ -22,7 +22,8 @@ void mmap_devmem(void*& addr, long base, long len, bool sync, long offset);
 // Bytes that the device-DAX device, or the file in its place, `path` holds; -1 when nothing tells.
 int64_t devdax_size(const std::string& path);
 
-// The first `len` bytes of the device-DAX device `path`.
+// The first `len` bytes of the device-DAX device, or the file in its place, `path`. Nothing else is
+// opened.
 void mmap_devdax(void*& addr, long len, const std::string& path);
 
 // A new file of `len` bytes in the directory `dir`. Its blocks are allocated at once, so a file

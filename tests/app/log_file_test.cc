@@ -4,10 +4,10 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <csignal>
 #include <filesystem>
 #include <iostream>
 
+#include "app/signal_handler.h"
 #include "support/subprocess.h"
 
 namespace velmo_test {
@@ -43,13 +43,13 @@ TEST(LogFile, IsOpenToAllAndReplacesWhatWasThereOnlyInAFileOfItsOwn) {
 
   const std::string full = at + "full";
   EXPECT_EQ(RunForked([&] {
-              std::signal(SIGXFSZ, SIG_IGN);
+              velmo::install_exit_guards();
               velmo::LogFile(full) << std::string(100'000, 'x');  // longer than the stream's buffer
               std::cout << velmo::LogFile::any_lost();
             }),
             (Outcome{0, "0", ""}));
   EXPECT_EQ(RunForked([&] {
-              std::signal(SIGXFSZ, SIG_IGN);
+              velmo::install_exit_guards();
               const rlimit limit{4096, 4096};
               setrlimit(RLIMIT_FSIZE, &limit);
               velmo::LogFile(full) << std::string(5000, 'x');

@@ -1,8 +1,11 @@
 #include "app/signal_handler.h"
 
 #include <gtest/gtest.h>
+#include <pty.h>
+#include <termios.h>
 
 #include <csignal>
+#include <new>
 #include <stdexcept>
 
 #include "support/fake_machine.h"
@@ -37,6 +40,16 @@ TEST(SignalHandler, EveryEndPutsTheRegisterBack) {
          std::exit(1);
        },
        1},
+      {[] { throw std::bad_alloc(); }, 1, 0x1234,
+       Error("Out of memory. Check the limit on memory (ulimit -v)")},
+      {[] {  // a terminal that takes nothing
+         int user = -1, terminal = -1;
+         openpty(&user, &terminal, nullptr, nullptr, nullptr);
+         tcflow(terminal, TCOOFF);
+         velmo::open_line = terminal;
+         std::raise(SIGTERM);
+       },
+       0},
       {[] {
          velmo::MSR_PATH = "/nonexistent/%d";
          std::raise(SIGINT);

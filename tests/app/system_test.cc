@@ -1,5 +1,6 @@
 #include "app/system.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include "support/subprocess.h"
@@ -27,6 +28,7 @@ TEST(System, EndsTheProgramOnBadInput) {
   const std::pair<const char*, std::string> lists[] = {
       {"1;2", "Invalud range value: ;"},
       {"5-3", range + "5-3"},
+      {"5-0", range + "5-0"},
       {"3-3", range + "3-3"},
       {"1-3-5", range + "5"},
       {"3-", range + "-"},
@@ -42,6 +44,20 @@ TEST(System, EndsTheProgramOnBadInput) {
   }
   EXPECT_EQ(RunForked([] { set_cpu_affinity(5000); }),
             (Outcome{1, "", Error("Failed to pin process to CPU 5000")}));
+}
+
+TEST(Console, KeepsFilesOutOfClosedStreamsAndTellsLostOutput) {
+  const Outcome outcome = RunForked([] {
+    for (int fd = 0; fd <= 2; ++fd) close(fd);
+    init_console();
+    _exit(open("/dev/null", O_RDONLY) > 2 ? 0 : 1);
+  });
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(RunForked([] {
+              std::cout.setstate(std::ios::badbit);
+              check_output();
+            }),
+            (Outcome{1, "", Error("Failed to write to standard output")}));
 }
 
 }  // namespace velmo_test

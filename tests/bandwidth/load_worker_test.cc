@@ -90,6 +90,13 @@ void Walk(const Mix& mix, bool full, int half_passes) {
     mincore(region, size, touched.data());
     EXPECT_EQ(touched, expected);
   }
+  const auto* words = static_cast<const uint64_t*>(worker.write_base_);
+  const int64_t written = plan.write_step > 0 ? size / plan.write_step * plan.write_step / 8 : 0;
+  int64_t wrong = 0;
+  for (int64_t i = 0; i < written; ++i) {
+    wrong += (words[i] != 0) != (plan.shape.whole_line || i % 8 < 2) ? 1 : 0;
+  }
+  EXPECT_EQ(wrong, 0) << "of the parts of lines";
   munmap(base, mapped);
 }
 

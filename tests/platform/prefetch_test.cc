@@ -3,8 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
-#include <csignal>
-
+#include "app/signal_handler.h"
 #include "support/fake_machine.h"
 
 namespace velmo_test {
@@ -45,7 +44,7 @@ TEST(Prefetch, SwitchesTheRegisterOfTheModelOffAndBack) {
             (Outcome{0, "01", Warning("Failed to read msr.")}));
   msr.Set(0x1A4, kOld);
   EXPECT_EQ(RunForked([] {
-              std::signal(SIGXFSZ, SIG_IGN);
+              velmo::install_exit_guards();
               const rlimit below_register{0x1A4, 0x1A4};
               setrlimit(RLIMIT_FSIZE, &below_register);
               velmo::find_offset({.vendor = velmo::CpuInfo::kIntel, .model = 0x8F});
