@@ -176,5 +176,35 @@ TEST(Bandwidth, PrintsAndLogsWhatItMeasures) {
                                           "\nRead Ratio: 2 " + mix + "\n" + results);
 }
 
+TEST(Bandwidth, DoesAFixedAmountOfWorkForAnAnalyzer) {
+  const velmo_test::TempDir dir;
+  const auto outcome = velmo_test::RunForked([&dir] {
+    TestBandwidth b;
+    b.config_.load_cpu = Cpus({0, 0, 0});
+    b.config_.bandwidth_local = 1;
+    b.config_.num_targets = 1;
+    b.config_.mem_size = kMiB;
+    b.config_.use_pa_set = true;
+    b.config_.use_pa = 3;
+    std::filesystem::current_path(dir.path());
+    std::cout << std::fixed << std::setprecision(2);
+    b.Run();
+  });
+  const std::string ready =
+      kInfoPrefix + std::string("BW thread setting is complete. ") + "Start Protocol Analyzer.\n\n";
+  const size_t at = outcome.out.find(ready);
+  ASSERT_NE(at, std::string::npos) << outcome;
+  EXPECT_TRUE(outcome.out.starts_with("Measure Local Memory Bandwidth\n")) << outcome;
+  const std::string results = outcome.out.substr(at + ready.size());
+  const std::string thread = "Thread +" + std::to_string(kHere) + R"( BW: (\d+\.\d\d) MB/s\n)";
+  std::smatch value;
+  ASSERT_TRUE(std::regex_match(
+      results, value,
+      std::regex(thread + thread + R"(\nSum of BW: (\d+\.\d\d) MB/s\n)" + kSeparator)))
+      << results;
+  EXPECT_NEAR(std::stod(value[3]), std::stod(value[1]) + std::stod(value[2]), 0.02);
+  EXPECT_TRUE(std::filesystem::is_empty(dir.path())) << "no log";
+}
+
 }  // namespace
 }  // namespace velmo
