@@ -86,8 +86,8 @@ bool is_ignored(int signum) {
       std::rethrow_exception(uncaught);
     }
   } catch (const std::bad_alloc&) {
-    std::cerr << kErrorPrefix << "Out of memory. Check the limit on memory (ulimit -v)\n";
     prepare_end();
+    std::cerr << kErrorPrefix << "Out of memory. Check the limit on memory (ulimit -v)\n";
     _exit(EXIT_FAILURE);
   } catch (const std::exception& e) {
     std::cerr << kErrorPrefix << e.what() << '\n';
@@ -103,6 +103,7 @@ bool is_ignored(int signum) {
 }  // namespace
 
 void signal_handler(int signum) {
+  std::signal(SIGALRM, SIG_IGN);  // drops one that is pending
   std::signal(SIGALRM, leave_now);
   sigset_t limit;
   sigemptyset(&limit);

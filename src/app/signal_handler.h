@@ -1,5 +1,5 @@
 // However a run ends early, the prefetchers are put back first. What cannot be covered: SIGKILL,
-// loss of power, and a CPU that has gone offline.
+// loss of power, a CPU that has gone offline, and two runs at a time on CPUs of one core.
 
 #pragma once
 

@@ -21,7 +21,7 @@ namespace velmo {
 namespace {
 
 // Busy-waits: the main thread's CPU stays awake and the second is exact. A system clock that is set
-// back makes it two at most; the samples have a clock of their own.
+// meanwhile shortens it, or makes it two; the samples have a clock of their own.
 void wait_one_second() {
   using Clock = std::chrono::system_clock;
   Clock::time_point start = Clock::now();

@@ -86,7 +86,7 @@ int64_t devdax_size(const std::string& path) {
   const std::string attribute = "/sys/dev/char/" + std::to_string(major(status.st_rdev)) + ":" +
                                 std::to_string(minor(status.st_rdev)) + "/size";
   std::string size;
-  // Other character devices have no such file.
+  // Few other character devices have such a file.
   return read_first_line(attribute, size) ? to_long(size) : -1;
 }
 
@@ -96,8 +96,8 @@ void mmap_devdax(void*& addr, long len, const std::string& path) {
   const int64_t size = devdax_size(path);
   // Before it is opened: that alone has an effect on some devices (a watchdog, a tape).
   if (exists && size < 0) {
-    Fatal() << "Failed to allocate memory. " << path
-            << " is neither a dax device nor a file. Check path or dax device.\n";
+    Fatal() << "Failed to allocate memory. Check path or dax device.\n"
+            << "              " << path << " is neither a dax device nor a file.\n";
   }
   // What lies beyond its end would map, and fault at the first touch.
   if (exists && size < len) {

@@ -1,9 +1,11 @@
 #include "platform/prefetch.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <utility>
 
 #include "app/console.h"
 
@@ -28,6 +30,10 @@ constexpr uint64_t kPrefetchersOff = 0x2F;
 // Models 0xAD and 0xAE add bits 6-8.
 constexpr uint64_t kPrefetchersOffWide = 0x1EF;
 
+// The device of the changed register, locked: another run would take the changed value for the one
+// to put back. -1: none is. The kernel lets the lock go however the run ends.
+volatile std::sig_atomic_t locked = -1;
+
 class MsrFile {
  public:
   explicit MsrFile(int cpu) {
@@ -44,6 +50,10 @@ class MsrFile {
   MsrFile& operator=(const MsrFile&) = delete;
 
   bool IsOpen() const { return fd_ >= 0; }
+  // False when another run has the lock.
+  bool Lock() const { return flock(fd_, LOCK_EX | LOCK_NB) == 0; }
+  // Leaves the descriptor, and its lock, to the caller.
+  int Release() { return std::exchange(fd_, -1); }
   bool Read(uint64_t address, uint64_t& value) const {
     return pread(fd_, &value, sizeof value, static_cast<off_t>(address)) == sizeof value;
   }
@@ -90,14 +100,18 @@ void find_offset(const CpuInfo& cpu) {
 bool disable_prefetch(int cpu) {
   // What a register holds while it is changed is not worth saving.
   if (!rollback_msr()) return false;
-  const MsrFile msr(cpu);
+  MsrFile msr(cpu);
   if (!msr.IsOpen() || offset == 0) return fail("Failed to access msr.\n");
+  if (!msr.Lock()) return fail("Another run has switched the prefetchers of the CPU off.\n");
   uint64_t old_value = 0;
   if (!msr.Read(offset, old_value)) return fail("Failed to read msr.\n");
   store_msr = old_value;
   // Noted first: a handler that comes between the two writes what is still there.
   store_cpu_id = cpu;
-  if (msr.Write(offset, off_value(old_value))) return true;
+  if (msr.Write(offset, off_value(old_value))) {
+    locked = msr.Release();
+    return true;
+  }
   store_cpu_id = -1;
   return fail("Failed to write msr.\n");
 }
@@ -109,6 +123,8 @@ bool rollback_msr() {
   if (!msr.IsOpen() || offset == 0) return fail("Failed to access msr.\n");
   if (!msr.Write(offset, store_msr)) return fail("Failed to write msr.\n");
   store_cpu_id = -1;
+  if (locked != -1) close(locked);
+  locked = -1;
   return true;
 }
 

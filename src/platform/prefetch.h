@@ -29,12 +29,12 @@ extern volatile std::sig_atomic_t store_cpu_id;  // CPU whose register is change
 void find_offset(const CpuInfo& cpu);
 
 // Saves the register of `cpu` and switches the prefetchers off. False, after a warning, when the
-// register cannot be read or written; nothing is changed then. A register that is still changed is
-// put back first.
+// register cannot be read or written, or another run has changed that of the same CPU; nothing is
+// changed then. A register that is still changed is put back first.
 bool disable_prefetch(int cpu);
 
 // Writes the saved value back. True when it was written or nothing was changed; false after a
-// warning. Takes no lock and allocates nothing (snprintf of a number does not, in
+// warning. Waits for no lock and allocates nothing (snprintf of a number does not, in
 // glibc), so a signal handler may call it.
 bool rollback_msr();
 

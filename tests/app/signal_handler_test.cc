@@ -44,8 +44,8 @@ TEST(SignalHandler, EveryEndPutsTheRegisterBack) {
        Error("Out of memory. Check the limit on memory (ulimit -v)")},
       {[] {  // a terminal that takes nothing
          int user = -1, terminal = -1;
-         openpty(&user, &terminal, nullptr, nullptr, nullptr);
-         tcflow(terminal, TCOOFF);
+         if (openpty(&user, &terminal, nullptr, nullptr, nullptr) != 0) return;
+         if (tcflow(terminal, TCOOFF) != 0) return;
          velmo::open_line = terminal;
          std::raise(SIGTERM);
        },

@@ -45,12 +45,14 @@ TEST(Buffer, OfEachKindIsZeroedAndReleased) {
 TEST(Buffer, FailureToMapEndsTheProgram) {
   const velmo_test::TempDir dir, files;
   const std::string file = files.Write("file", "x");
-  const std::string other = " is neither a dax device nor a file. Check path or dax device.";
+  const std::string advice = ". Check path or dax device.";
+  const std::string other = " is neither a dax device nor a file.";
+  const std::string reason = advice + "\n              ";
   const std::tuple<int32_t, std::string, int, long, std::string> cases[] = {
       {kMemNuma, "", 100'000, kSize, " on 100000 node"},
-      {kMemDevdax, "/none", -1, kSize, ". Check path or dax device."},
-      {kMemDevdax, "/dev/zero", -1, kSize, ". /dev/zero" + other},
-      {kMemDevdax, files.path(), -1, kSize, ". " + files.path() + other},
+      {kMemDevdax, "/none", -1, kSize, advice},
+      {kMemDevdax, "/dev/zero", -1, kSize, reason + "/dev/zero" + other},
+      {kMemDevdax, files.path(), -1, kSize, reason + files.path() + other},
       {kMemDevdax, file, -1, kSize,
        ". " + file +
            " holds 1 of 1048576 Byte. Check path or dax device, or set a smaller size with -m"},

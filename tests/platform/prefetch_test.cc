@@ -36,6 +36,19 @@ TEST(Prefetch, SwitchesTheRegisterOfTheModelOffAndBack) {
     });
     EXPECT_EQ(outcome, (Outcome{0, "11111", ""})) << row.vendor << '/' << row.model;
   }
+  const FakeMsr shared;
+  shared.Set(0x1A4, kOld);
+  EXPECT_EQ(
+      RunForked([] {
+        velmo::find_offset({.vendor = velmo::CpuInfo::kIntel, .model = 0x8F});
+        std::cout << velmo::disable_prefetch(3);
+        velmo::store_cpu_id = -1;  // as another run, which has not changed it
+        std::cout << velmo::disable_prefetch(3);
+        velmo::store_cpu_id = 3;
+        std::cout << velmo::rollback_msr() << velmo::disable_prefetch(3) << velmo::rollback_msr();
+      }),
+      (Outcome{0, "10111", Warning("Another run has switched the prefetchers of the CPU off.")}));
+  EXPECT_EQ(shared.Get(0x1A4), kOld);
   const FakeMsr msr;  // an empty file, which cannot be read
   EXPECT_EQ(RunForked([] {
               velmo::find_offset({.vendor = velmo::CpuInfo::kIntel, .model = 0x8F});
