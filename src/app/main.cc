@@ -5,6 +5,7 @@
 #include <ctime>
 #include <iostream>
 #include <string>
+#include <string_view>
 
 #include "app/console.h"
 #include "app/log_file.h"
@@ -16,7 +17,23 @@
 #include "loaded/loaded_latency.h"
 #include "platform/spoilers.h"
 
+#ifdef VELMO_SURVEY
+#include "survey/show_command.h"
+#endif
+
 namespace {
+
+#ifdef VELMO_SURVEY
+// What a first argument that is a word runs, with the arguments from the word on; its status.
+struct Word {
+  std::string_view name;
+  int (*run)(int argc, char** argv);
+};
+
+constexpr Word kWords[] = {
+    {"show", velmo::run_show},
+};
+#endif
 
 velmo::Configurator config;
 
@@ -37,6 +54,11 @@ void run_benchmark() {
 int main(int argc, char** argv) {
   velmo::init_console();
   velmo::install_exit_guards();
+#ifdef VELMO_SURVEY
+  for (const Word& word : kWords) {
+    if (argc > 1 && word.name == argv[1]) return word.run(argc - 1, argv + 1);
+  }
+#endif
   velmo::change_scheduling_priority(-20);
   config.InputArguments(argc, argv);
   velmo::check_root();

@@ -1,0 +1,48 @@
+#include "app/new_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace velmo {
+namespace {
+
+constexpr mode_t kMode = 0644;
+
+// Errno of what failed; 0: all is on its way to the disk.
+int write_all(int fd, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = write(fd, text.data(), text.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return written < 0 ? errno : ENOSPC;
+    text.remove_prefix(static_cast<size_t>(written));
+  }
+  return fchmod(fd, kMode) == 0 && fsync(fd) == 0 ? 0 : errno;
+}
+
+}  // namespace
+
+std::string replace_file(const std::string& path, std::string_view text) {
+  const auto failed = [&path](int error) {
+    return "Failed to write " + path + ": " + std::strerror(error);
+  };
+  struct stat status {};
+  if (lstat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode)) {
+    return "Failed to write " + path + ": it exists and is not a regular file";
+  }
+  std::string fresh = path + ".XXXXXX";
+  const int fd = mkstemp(fresh.data());
+  if (fd < 0) return failed(errno);
+  int error = write_all(fd, text);
+  if (close(fd) != 0 && error == 0) error = errno;
+  if (error == 0 && std::rename(fresh.c_str(), path.c_str()) != 0) error = errno;
+  if (error == 0) return {};
+  unlink(fresh.c_str());
+  return failed(error);
+}
+
+}  // namespace velmo

@@ -1,0 +1,29 @@
+// A survey as JSON: format "velmo-survey", version 1.0 (docs/survey.schema.json).
+
+#pragma once
+
+#include <string>
+
+#include "survey/record.h"
+
+namespace velmo {
+
+Json to_json(const Survey& survey);
+Json to_json(const Cell& cell);
+
+// A repeat alone is what a measuring process hands to its parent.
+Json to_json(const Repeat& repeat);
+Repeat repeat_from_json(const Json& json);
+
+// The text of a survey's file.
+std::string survey_text(const Survey& survey);
+
+// The survey in `text`. Throws std::runtime_error that says what is wrong, behind `name`: no JSON,
+// cut, another format, another version, a member that is missing or of another type. A later minor
+// version of the format is accepted.
+Survey parse_survey(const std::string& text, const std::string& name);
+
+// The survey in the file at `path`; std::runtime_error as above, or where it cannot be read.
+Survey read_survey(const std::string& path);
+
+}  // namespace velmo
