@@ -4,7 +4,7 @@
 
 #include <chrono>
 
-#include "app/system.h"
+#include "app/clock.h"
 #include "app/tsc.h"
 
 namespace velmo {

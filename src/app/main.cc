@@ -10,7 +10,7 @@
 #include "app/console.h"
 #include "app/log_file.h"
 #include "app/signal_handler.h"
-#include "app/system.h"
+#include "app/threads.h"
 #include "bandwidth/bandwidth.h"
 #include "config/configurator.h"
 #include "latency/latency.h"

@@ -17,6 +17,8 @@
 #include <utility>
 
 #include "app/console.h"
+#include "app/text.h"
+#include "app/threads.h"
 
 namespace velmo {
 namespace {
@@ -49,19 +51,6 @@ size_t usable_width(int terminal) {
   winsize size{};
   const bool known = ioctl(terminal, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
   return (known ? size.ws_col : kDefaultWidth) - 1;
-}
-
-// "2 min 10 s": `seconds`, 0 or more, in its two largest units.
-std::string duration_text(double seconds) {
-  constexpr long kMinute = 60;
-  constexpr long kHour = 60 * kMinute;
-  const auto s = static_cast<long>(seconds);
-  const auto two = [](long large, const char* unit, long small, const char* small_unit) {
-    return std::to_string(large) + unit + std::to_string(small) + small_unit;
-  };
-  if (s >= kHour) return two(s / kHour, " h ", s % kHour / kMinute, " min");
-  if (s >= kMinute) return two(s / kMinute, " min ", s % kMinute, " s");
-  return std::to_string(s) + " s";
 }
 
 // Stands before the buffer of `stream` while it lives: `before` is called, then what is written

@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "app/system.h"
+#include "app/clock.h"
 
 namespace velmo {
 

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "app/console.h"
-#include "app/system.h"
+#include "app/threads.h"
 #include "platform/prefetch.h"
 
 namespace velmo {

@@ -5,7 +5,6 @@
 #include <iostream>
 
 #include "app/console.h"
-#include "app/system.h"
 #include "config/configurator.h"
 
 namespace velmo {

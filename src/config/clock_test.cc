@@ -7,7 +7,7 @@
 
 #include "app/console.h"
 #include "app/progress.h"
-#include "app/system.h"
+#include "app/threads.h"
 #include "app/tsc.h"
 #include "config/configurator.h"
 

@@ -10,7 +10,7 @@
 #include <string_view>
 
 #include "app/console.h"
-#include "app/system.h"
+#include "app/text.h"
 #include "config/configurator.h"
 
 namespace velmo {

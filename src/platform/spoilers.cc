@@ -11,7 +11,7 @@
 #include <sstream>
 #include <thread>
 
-#include "app/system.h"
+#include "app/text.h"
 #include "platform/prefetch.h"
 #include "platform/text_file.h"
 

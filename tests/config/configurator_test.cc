@@ -8,7 +8,7 @@
 #include <sstream>
 
 #include "app/signal_handler.h"
-#include "app/system.h"
+#include "app/text.h"
 #include "support/fake_machine.h"
 
 namespace velmo_test {

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "app/system.h"
+#include "app/text.h"
 #include "config/configurator.h"
 
 namespace velmo {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "app/system.h"
+#include "app/text.h"
 #include "fuzz/harness.h"
 
 using velmo_fuzz::Require;

@@ -3,7 +3,7 @@
 #include <climits>
 #include <optional>
 
-#include "app/system.h"
+#include "app/text.h"
 #include "fuzz/harness.h"
 
 using velmo_fuzz::Require;

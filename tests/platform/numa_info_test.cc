@@ -4,7 +4,7 @@
 
 #include <map>
 
-#include "app/system.h"
+#include "app/text.h"
 #include "support/fake_machine.h"
 
 namespace velmo_test {

@@ -1,6 +1,5 @@
-#include "app/system.h"
+#include "app/text.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include "support/subprocess.h"
@@ -9,7 +8,7 @@ namespace velmo_test {
 
 using namespace velmo;  // NOLINT(google-build-using-namespace): free functions, all under test
 
-TEST(System, ReadsListsNumbersAndSizes) {
+TEST(Text, ReadsListsNumbersAndSizes) {
   EXPECT_EQ(str_range_to_vector("8,1-3, 2,11 -12,"), std::vector({1, 2, 3, 8, 11, 12}));
   EXPECT_TRUE(str_range_to_vector(" , ").empty());
   EXPECT_EQ(str_range_to_vector("0-65535").size(), 65536U);
@@ -23,7 +22,7 @@ TEST(System, ReadsListsNumbersAndSizes) {
   EXPECT_EQ(get_bytes("8589934591g"), INT64_MAX - (1 << 30) + 1);
 }
 
-TEST(System, EndsTheProgramOnBadInput) {
+TEST(Text, EndsTheProgramOnBadInput) {
   const std::string range = "Invalid range value. Check range value: ";
   const std::pair<const char*, std::string> lists[] = {
       {"1;2", "Invalud range value: ;"},
@@ -42,22 +41,6 @@ TEST(System, EndsTheProgramOnBadInput) {
     EXPECT_EQ(RunForked([&] { get_bytes(text); }),
               (Outcome{1, "", Error("Invalid memory size: " + text)}));
   }
-  EXPECT_EQ(RunForked([] { set_cpu_affinity(5000); }),
-            (Outcome{1, "", Error("Failed to pin process to CPU 5000")}));
-}
-
-TEST(Console, KeepsFilesOutOfClosedStreamsAndTellsLostOutput) {
-  const Outcome outcome = RunForked([] {
-    for (int fd = 0; fd <= 2; ++fd) close(fd);
-    init_console();
-    _exit(open("/dev/null", O_RDONLY) > 2 ? 0 : 1);
-  });
-  EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(RunForked([] {
-              std::cout.setstate(std::ios::badbit);
-              check_output();
-            }),
-            (Outcome{1, "", Error("Failed to write to standard output")}));
 }
 
 }  // namespace velmo_test

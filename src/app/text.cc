@@ -1,12 +1,7 @@
-#include "app/system.h"
-
-#include <pthread.h>
-#include <sched.h>
-#include <unistd.h>
+#include "app/text.h"
 
 #include <algorithm>
-#include <ctime>
-#include <latch>
+#include <charconv>
 #include <limits>
 #include <sstream>
 #include <stdexcept>
@@ -21,14 +16,6 @@ constexpr size_t kMaxListEntries = 65536;
 
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
-// A set of the one CPU `cpu`; empty, which the kernel refuses, when it lies beyond the set.
-cpu_set_t only(unsigned int cpu) {
-  cpu_set_t set;
-  CPU_ZERO(&set);
-  if (cpu < CPU_SETSIZE) CPU_SET(cpu, &set);
-  return set;
-}
-
 // Runs a standard conversion; its exceptions come out with the text that caused them.
 template <typename Convert>
 auto convert(const std::string& s, Convert standard_conversion) {
@@ -41,9 +28,8 @@ auto convert(const std::string& s, Convert standard_conversion) {
   }
 }
 
-template <typename T>
-[[noreturn]] void reject_range(const T& value) {
-  Fatal() << "Invalid range value. Check range value: " << value << '\n';
+std::string bad_range(const std::string& range) {
+  return "Invalid range value. Check range value: " + range;
 }
 
 std::string range_text(long first, long last) {
@@ -51,77 +37,6 @@ std::string range_text(long first, long last) {
 }
 
 }  // namespace
-
-void check_root() {
-  if (getuid() != 0) Warn() << "VELMO requires root privilege\n";
-}
-
-bool change_scheduling_priority(int inc) {
-  if (nice(inc) != 1) return true;
-  Warn() << "Failed to change a scheduling priority.\n";
-  return false;
-}
-
-void set_cpu_affinity(unsigned int cpu) {
-  const cpu_set_t set = only(cpu);
-  if (sched_setaffinity(0, sizeof set, &set) != 0) {
-    Fatal() << "Failed to pin process to CPU " << cpu << '\n';
-  }
-}
-
-void set_thread_affinity(std::thread* t, unsigned int cpu) {
-  const cpu_set_t set = only(cpu);
-  if (pthread_setaffinity_np(t->native_handle(), sizeof set, &set) != 0) {
-    Fatal() << "Failed to pin thread to CPU " << cpu << '\n';
-  }
-}
-
-void check_still_pinned(unsigned int cpu) {
-  const cpu_set_t pinned = only(cpu);
-  cpu_set_t allowed;
-  CPU_ZERO(&allowed);
-  // Fails, and tells nothing, where the kernel has more CPUs than the set.
-  if (sched_getaffinity(0, sizeof allowed, &allowed) < 0 || CPU_EQUAL(&allowed, &pinned)) return;
-  Fatal() << "CPU " << cpu << " was taken away while it measured; the result is void. It went "
-          << "offline, or somebody moved the thread\n";
-}
-
-EndSignalsBlocked::EndSignalsBlocked() {
-  sigset_t blocked;
-  sigemptyset(&blocked);
-  for (const int signum : kEndSignals) sigaddset(&blocked, signum);
-  sigaddset(&blocked, SIGHUP);
-  pthread_sigmask(SIG_BLOCK, &blocked, &previous_);
-}
-
-EndSignalsBlocked::~EndSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
-
-void run_pinned(const std::vector<int>& cpus, const std::function<void(size_t)>& task) {
-  std::latch all_pinned(1);
-  std::vector<std::thread> threads;
-  for (size_t i = 0; i < cpus.size(); ++i) {
-    threads.push_back(start_thread([&all_pinned, &task, i] {
-      all_pinned.wait();
-      task(i);
-    }));
-    set_thread_affinity(&threads.back(), cpus[i]);
-  }
-  all_pinned.count_down();
-  for (std::thread& thread : threads) thread.join();
-}
-
-long monotonic_ns() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * 1'000'000'000L + now.tv_nsec;
-}
-
-void usec_sleep(double us) {
-  if (us <= 0.000001) return;
-  const double end = static_cast<double>(monotonic_ns()) + us * 1000;
-  while (end > static_cast<double>(monotonic_ns())) {
-  }
-}
 
 std::string vector_to_str_range(const std::vector<int>& v, int start) {
   std::string text;
@@ -135,16 +50,14 @@ std::string vector_to_str_range(const std::vector<int>& v, int start) {
   return text;
 }
 
-std::vector<int> str_range_to_vector(const std::string& s) {
+std::string parse_list(const std::string& s, std::vector<int>& list) {
+  list.clear();
   std::string text = s;
   std::replace(text.begin(), text.end(), ',', ' ');
   for (const char c : text) {
-    if (c != ' ' && c != '-' && !is_digit(c)) {
-      Fatal() << "Invalud range value: " << c << '\n';
-    }
+    if (c != ' ' && c != '-' && !is_digit(c)) return std::string("Invalud range value: ") + c;
   }
 
-  std::vector<int> list;
   std::istringstream in(text);
   constexpr long kMaxInt = std::numeric_limits<int>::max();
   long start = -1;  // the number that a following "-m" would close; -1: none
@@ -152,24 +65,31 @@ std::vector<int> str_range_to_vector(const std::string& s) {
     const auto at = static_cast<size_t>(in.tellg());
     long value = 0;
     if (!(in >> value) || value > kMaxInt || value < -kMaxInt) {
-      reject_range(text.substr(at, text.find(' ', at) - at));
+      return bad_range(text.substr(at, text.find(' ', at) - at));
     }
     if (text[at] != '-') {
-      if (list.size() == kMaxListEntries) reject_range(value);
+      if (list.size() == kMaxListEntries) return bad_range(std::to_string(value));
       list.push_back(static_cast<int>(value));
       start = value;
       continue;
     }
     const long last = -value;
-    if (start < 0) reject_range(last);
+    if (start < 0) return bad_range(std::to_string(last));
     if (last <= start || last - start + list.size() > kMaxListEntries) {
-      reject_range(range_text(start, last));
+      return bad_range(range_text(start, last));
     }
     for (long next = start + 1; next <= last; ++next) list.push_back(static_cast<int>(next));
     start = -1;
   }
   std::sort(list.begin(), list.end());
   list.erase(std::unique(list.begin(), list.end()), list.end());
+  return "";
+}
+
+std::vector<int> str_range_to_vector(const std::string& s) {
+  std::vector<int> list;
+  const std::string complaint = parse_list(s, list);
+  if (!complaint.empty()) Fatal() << complaint << '\n';
   return list;
 }
 
@@ -205,6 +125,25 @@ int64_t get_bytes(const std::string& s) {
     Fatal() << "Invalid memory size: " << s << '\n';
   }
   return bytes;
+}
+
+std::optional<long> parse_number(const std::string& s) {
+  long value = 0;
+  const auto [end, error] = std::from_chars(s.data(), s.data() + s.size(), value);
+  if (error != std::errc()) return std::nullopt;
+  return value;
+}
+
+std::string duration_text(double seconds) {
+  constexpr long kMinute = 60;
+  constexpr long kHour = 60 * kMinute;
+  const auto s = static_cast<long>(seconds);
+  const auto two = [](long large, const char* unit, long small, const char* small_unit) {
+    return std::to_string(large) + unit + std::to_string(small) + small_unit;
+  };
+  if (s >= kHour) return two(s / kHour, " h ", s % kHour / kMinute, " min");
+  if (s >= kMinute) return two(s / kMinute, " min ", s % kMinute, " s");
+  return std::to_string(s) + " s";
 }
 
 }  // namespace velmo

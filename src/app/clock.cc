@@ -1,0 +1,20 @@
+#include "app/clock.h"
+
+#include <ctime>
+
+namespace velmo {
+
+long monotonic_ns() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * 1'000'000'000L + now.tv_nsec;
+}
+
+void usec_sleep(double us) {
+  if (us <= 0.000001) return;
+  const double end = static_cast<double>(monotonic_ns()) + us * 1000;
+  while (end > static_cast<double>(monotonic_ns())) {
+  }
+}
+
+}  // namespace velmo
