@@ -7,7 +7,7 @@
 #include <limits>
 
 #include "app/console.h"
-#include "app/system.h"
+#include "app/text.h"
 #include "platform/text_file.h"
 
 namespace velmo {
@@ -18,6 +18,11 @@ namespace {
 constexpr int kMaxNode = 1023;
 
 }  // namespace
+
+bool same_core(const NumaInfo::cpu_ctx& a, const NumaInfo::cpu_ctx& b) {
+  if (a.cpu_id == b.cpu_id) return true;
+  return a.core_id != -1 && a.core_id == b.core_id && a.numa_id == b.numa_id;
+}
 
 NumaInfo::NumaInfo()
     : slit_path("/sys/firmware/acpi/tables/SLIT"),

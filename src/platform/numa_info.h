@@ -76,4 +76,8 @@ class NumaInfo {
   void FindNearestNodes();
 };
 
+// Whether `a` and `b` are the same CPU or hyper-threads of one core: of one node, with one core
+// number that is known.
+bool same_core(const NumaInfo::cpu_ctx& a, const NumaInfo::cpu_ctx& b);
+
 }  // namespace velmo
