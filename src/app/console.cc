@@ -26,6 +26,8 @@ std::ostream& Debug() { return std::cout << kDebugPrefix; }
 
 std::ostream& Warn() { return std::cerr << kWarningPrefix; }
 
+std::ostream& Error() { return std::cerr << kErrorPrefix; }
+
 void warn_from_handler(const char* text) {
   const iovec parts[] = {
       {const_cast<char*>(kWarningPrefix), std::strlen(kWarningPrefix)},
@@ -51,7 +53,7 @@ void check_output() {
 Fatal::Fatal() {
   static std::recursive_mutex first_failure;  // never released
   first_failure.lock();
-  std::cerr << kErrorPrefix;
+  Error();
 }
 
 Fatal::~Fatal() { std::exit(EXIT_FAILURE); }

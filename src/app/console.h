@@ -34,6 +34,8 @@ std::ostream& Info();
 std::ostream& Debug();
 // Standard error behind the warning prefix. A warning never ends the program.
 std::ostream& Warn();
+// Standard error behind the error prefix, for who ends the program himself; see Fatal.
+std::ostream& Error();
 
 // Writes the warning prefix and `text` to standard error with bare system calls. Takes no lock and
 // allocates nothing, so a signal handler may call it.

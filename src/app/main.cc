@@ -53,7 +53,7 @@ void run_benchmark() {
 
 int main(int argc, char** argv) {
   velmo::init_console();
-  velmo::install_exit_guards();
+  velmo::install_exit_guards(velmo::restore_msr);
 #ifdef VELMO_SURVEY
   for (const Word& word : kWords) {
     if (argc > 1 && word.name == argv[1]) return word.run(argc - 1, argv + 1);

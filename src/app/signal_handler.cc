@@ -9,13 +9,11 @@
 #include <csignal>
 #include <cstdlib>
 #include <exception>
-#include <iostream>
 #include <new>
 #include <vector>
 
 #include "app/console.h"
 #include "app/threads.h"
-#include "platform/prefetch.h"
 
 namespace velmo {
 namespace {
@@ -23,11 +21,10 @@ namespace {
 // How long the handler may take before the process ends without it, in seconds.
 constexpr unsigned kHandlerLimit = 1;
 
-void leave_now(int /*signum*/) { _exit(EXIT_SUCCESS); }
+// What install_exit_guards was given.
+void (*restore)() = nullptr;
 
-void restore_register() {
-  if (!rollback_msr()) warn_from_handler("Failed to rollback msr.\n");
-}
+void leave_now(int /*signum*/) { _exit(EXIT_SUCCESS); }
 
 pid_t thread_id(const char* name) {
   pid_t id = 0;
@@ -55,11 +52,11 @@ void raise_idle_threads() {
 }
 
 void prepare_end() {
-  restore_register();
+  if (restore != nullptr) restore();
   raise_idle_threads();
 }
 
-// Restores the register and lets the signal end the process as it does by default.
+// Restores what is to be restored and lets the signal end the process as it does by default.
 void restore_and_die(int signum) {
   prepare_end();
   std::signal(signum, SIG_DFL);
@@ -87,17 +84,17 @@ bool is_ignored(int signum) {
     }
   } catch (const std::bad_alloc&) {
     prepare_end();
-    std::cerr << kErrorPrefix << "Out of memory. Check the limit on memory (ulimit -v)\n";
+    Error() << "Out of memory. Check the limit on memory (ulimit -v)\n";
     _exit(EXIT_FAILURE);
   } catch (const std::exception& e) {
-    std::cerr << kErrorPrefix << e.what() << '\n';
+    Error() << e.what() << '\n';
   } catch (...) {
-    std::cerr << kErrorPrefix << "Unknown exception\n";
+    Error() << "Unknown exception\n";
   }
   // The message says what was wrong; a core file in the user's directory would say no more.
   const rlimit no_core{0, 0};
   setrlimit(RLIMIT_CORE, &no_core);
-  std::abort();  // restores the register on the way out
+  std::abort();  // restores on the way out
 }
 
 }  // namespace
@@ -121,7 +118,8 @@ void install_signal_handlers() {
   for (const int signum : kEndSignals) std::signal(signum, signal_handler);
 }
 
-void install_exit_guards() {
+void install_exit_guards(void (*restore_machine)()) {
+  restore = restore_machine;
   std::atexit(prepare_end);
   std::set_terminate(report_uncaught);
   // A stack that overflowed has no room for a handler. This is for the main thread; the others do

@@ -197,7 +197,7 @@ const NumaInfo::numa_list_elem* Configurator::FindNode(int node) const {
 }
 
 void Configurator::RejectWithUsage(const std::string& message) const {
-  std::cerr << kErrorPrefix << message;
+  Error() << message;
   Usage();
   std::exit(EXIT_FAILURE);
 }

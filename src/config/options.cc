@@ -107,7 +107,7 @@ void set_thread(Configurator& c, const std::string& argument) {
 void set_delay(Configurator& c, const std::string& argument) {
   // Goes on to the conversion, which has the last word.
   if (!is_number(argument) || argument.find_first_of("0123456789") == std::string::npos) {
-    std::cerr << kErrorPrefix << "Invalid delay: " << argument << '\n';
+    Error() << "Invalid delay: " << argument << '\n';
   }
   c.delay = to_int(argument);
   if (c.delay < kMinDelay || c.delay > kMaxDelay) {
@@ -117,7 +117,7 @@ void set_delay(Configurator& c, const std::string& argument) {
 
 void set_bw_delay(Configurator& c, const std::string& argument) {
   // Names the value so far, and goes on to the conversion, which has the last word.
-  if (!is_number(argument)) std::cerr << kErrorPrefix << "Invalid bw_delay: " << c.bw_delay << '\n';
+  if (!is_number(argument)) Error() << "Invalid bw_delay: " << c.bw_delay << '\n';
   c.bw_delay = to_int(argument);
   if (c.bw_delay < 0) Fatal() << "Invalid bw_delay. (bw_delay >= 0): " << c.bw_delay << '\n';
 }

@@ -4,6 +4,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <utility>
 
@@ -11,12 +12,12 @@
 
 namespace velmo {
 
-volatile uint64_t offset = 0;
-volatile int32_t cpu_model = 0;
-volatile uint64_t store_msr = 0;
-volatile std::sig_atomic_t store_cpu_id = -1;
-
 namespace {
+
+volatile uint64_t offset = 0;                  // address of the register in use; 0: none chosen
+volatile int32_t cpu_model = 0;                // CpuInfo::model of the last find_offset
+volatile uint64_t store_msr = 0;               // the register's value before the change
+volatile std::sig_atomic_t store_cpu_id = -1;  // CPU whose register is changed; -1: none
 
 constexpr uint64_t kMiscEnable = 0x1A0;
 constexpr uint64_t kMiscFeatureControl = 0x1A4;
@@ -126,6 +127,10 @@ bool rollback_msr() {
   if (locked != -1) close(locked);
   locked = -1;
   return true;
+}
+
+void restore_msr() {
+  if (!rollback_msr()) warn_from_handler("Failed to rollback msr.\n");
 }
 
 }  // namespace velmo

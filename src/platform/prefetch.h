@@ -8,20 +8,12 @@
 
 #pragma once
 
-#include <csignal>
-#include <cstdint>
-
 #include "platform/cpu_info.h"
 
 namespace velmo {
 
 // Per-CPU msr device; the file offset of a read or write is the register's address.
 inline const char* MSR_PATH = "/dev/cpu/%d/msr";
-
-extern volatile uint64_t offset;                 // address of the register in use; 0: none chosen
-extern volatile int32_t cpu_model;               // CpuInfo::model of the last find_offset
-extern volatile uint64_t store_msr;              // the register's value before the change
-extern volatile std::sig_atomic_t store_cpu_id;  // CPU whose register is changed; -1: none
 
 // Chooses the register for `cpu`: IA32_MISC_ENABLE (0x1A0) for the Core 2 generation and
 // MSR_MISC_FEATURE_CONTROL (0x1A4) for other Intel models (Intel SDM vol. 4), Prefetch Control
@@ -37,5 +29,8 @@ bool disable_prefetch(int cpu);
 // warning. Waits for no lock and allocates nothing (snprintf of a number does not, in
 // glibc), so a signal handler may call it.
 bool rollback_msr();
+
+// The same, with one more warning where it fails: what has to happen before any end of a run.
+void restore_msr();
 
 }  // namespace velmo

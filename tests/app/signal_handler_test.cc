@@ -60,7 +60,7 @@ TEST(SignalHandler, EveryEndPutsTheRegisterBack) {
   for (const auto& row : rows) {
     msr.Set(kRegister, 0x1234);
     const Outcome outcome = RunForked([&] {
-      velmo::install_exit_guards();
+      velmo::install_exit_guards(velmo::restore_msr);
       velmo::install_signal_handlers();
       velmo::find_offset({.vendor = velmo::CpuInfo::kIntel, .model = 0x8F});
       if (velmo::disable_prefetch(3) && msr.Get(kRegister) == 0x2F) row.leave();
