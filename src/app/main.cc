@@ -1,10 +1,7 @@
 // Entry point: one run of velmo from the command line to the closing banner.
 
-#include <unistd.h>
-
 #include <ctime>
 #include <iostream>
-#include <string>
 #include <string_view>
 
 #include "app/console.h"
@@ -12,10 +9,11 @@
 #include "app/signal_handler.h"
 #include "app/threads.h"
 #include "bandwidth/bandwidth.h"
+#include "config/advice.h"
 #include "config/configurator.h"
 #include "latency/latency.h"
 #include "loaded/loaded_latency.h"
-#include "platform/spoilers.h"
+#include "platform/prefetch.h"
 
 #ifdef VELMO_SURVEY
 #include "survey/show_command.h"
@@ -66,11 +64,7 @@ int main(int argc, char** argv) {
   velmo::install_signal_handlers();
   std::cout << "\n***** VELMO START *****\n";
 
-  if (isatty(STDERR_FILENO) == 1) {
-    for (const std::string& text : velmo::find_spoilers(config.UnderTest())) {
-      velmo::Warn() << text << '\n';
-    }
-  }
+  velmo::tell_spoilers(config);
 
   if (config.run_bandwidth) run_benchmark<velmo::Bandwidth>();
   if (config.run_latency) run_benchmark<velmo::Latency>();

@@ -127,7 +127,7 @@ int64_t get_bytes(const std::string& s) {
   return bytes;
 }
 
-std::optional<long> parse_number(const std::string& s) {
+std::optional<long> leading_number(const std::string& s) {
   long value = 0;
   const auto [end, error] = std::from_chars(s.data(), s.data() + s.size(), value);
   if (error != std::errc()) return std::nullopt;

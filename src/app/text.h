@@ -37,7 +37,7 @@ int64_t get_bytes(const std::string& s);
 
 // The number that `s` begins with, for text that may be damaged; none: it begins with no number, or
 // with one beyond 64 bits.
-std::optional<long> parse_number(const std::string& s);
+std::optional<long> leading_number(const std::string& s);
 
 // "2 min 10 s": `seconds`, 0 or more, in its two largest units.
 std::string duration_text(double seconds);

@@ -15,8 +15,6 @@ constexpr int64_t kGiB = int64_t{1} << 30;
 
 constexpr int64_t kMinBandwidthMiB = 100;
 constexpr int64_t kMinLatencyGiB = 2;
-// What the kernel may use at the start of a physical range is left alone.
-constexpr uint64_t kPhysicalOffset = kGiB;
 
 void warn_small(const char* measured, int64_t size, const char* unit) {
   Warn() << "Memory size is not enough to measure " << measured << '\n'
@@ -25,23 +23,23 @@ void warn_small(const char* measured, int64_t size, const char* unit) {
 
 }  // namespace
 
-void Configurator::CheckOptions(const GivenOptions& given) {
+void Configurator::CheckOptions() {
   if (!run_bandwidth && !run_latency && !run_loaded_latency) {
     RejectWithUsage("Invalid options. (No command)\n");
   }
-  if (given['M'] && !base_addr.empty()) {
+  if (memnode != -1 && !base_addr.empty()) {
     RejectWithUsage("Invalid options. -b and -M can't be used together.\n");
   }
-  CheckCpuOptions(given);
-  if (run_loaded_latency) CheckLoadedLatencyCpus(given);
-  if (given['M']) BindMemoryNode();
+  CheckCpuOptions();
+  if (run_loaded_latency) CheckLoadedLatencyCpus();
+  if (memnode != -1) BindMemoryNode();
   if (run_bandwidth || run_loaded_latency) {
-    DeriveBandwidthSettings(given);
+    DeriveBandwidthSettings();
   } else {
-    DeriveLatencySettings(given);
+    DeriveLatencySettings();
   }
-  DeriveTargets(given);
-  if (given['C']) {
+  DeriveTargets();
+  if (cpunode != -1) {
     cpunode_list.assign(num_targets, cpunode);
     bandwidth_local = 1;
   }
@@ -52,20 +50,22 @@ void Configurator::CheckOptions(const GivenOptions& given) {
   if ((run_bandwidth || run_loaded_latency) && mem_mode == kMemDevdax) {
     Fatal() << "devdax mode can't measure bandwidth.\n";
   }
-  if (given['k']) cpunode_list.assign(num_targets, latency_cpu.numa_id);
+  if (latency_cpu.cpu_id != -1) cpunode_list.assign(num_targets, latency_cpu.numa_id);
 }
 
-void Configurator::CheckCpuOptions(const GivenOptions& given) const {
-  if (!given['C'] && !given['j'] && bandwidth_local != 1) return;
-  if (given['k']) RejectWithUsage("Invalid option. -C/-T/-j and -k can't be used together.\n");
-  if (given['l']) RejectWithUsage("Invalid option. -C/-T/-j and -l can't be used together.\n");
+void Configurator::CheckCpuOptions() const {
+  if (cpunode == -1 && thread == -1 && bandwidth_local != 1) return;
+  if (latency_cpu.cpu_id != -1)
+    RejectWithUsage("Invalid option. -C/-T/-j and -k can't be used together.\n");
+  if (!load_cpu.empty())
+    RejectWithUsage("Invalid option. -C/-T/-j and -l can't be used together.\n");
 }
 
-void Configurator::CheckLoadedLatencyCpus(const GivenOptions& given) const {
-  if (given['k'] != given['l']) {
+void Configurator::CheckLoadedLatencyCpus() const {
+  if ((latency_cpu.cpu_id != -1) != !load_cpu.empty()) {
     Fatal() << "--loaded_latency need both lat_cpu and load_cpu.\n";
   }
-  if (!given['k']) return;
+  if (load_cpu.empty()) return;
   for (const NumaInfo::cpu_ctx& load : load_cpu) {
     if (load.cpu_id == latency_cpu.cpu_id) {
       Fatal() << "lat_cpu and load_cpu can't use same cpu_id. lat_cpu: " << latency_cpu.cpu_id
@@ -92,26 +92,14 @@ void Configurator::BindMemoryNode() {
   if (mem_mode == kMemDevdax || mem_mode == kMemPmem) {
     RejectWithUsage("-M option can't be used together with -f or -g option.\n");
   }
-  if (mem_mode == kMemPhysical) {
-    if (node->has_cpu) {
-      RejectWithUsage(
-          "Invalid memnode. Check memnode value.\n"
-          "              physical mode can only use heterogenous memory.\n");
-    }
-    for (const auto& range : mem_info.mem_list) {
-      if (range.logical_node != memnode) continue;
-      base_addr.push_back(static_cast<int64_t>(range.base_address + kPhysicalOffset));
-      break;
-    }
-    if (base_addr.empty()) RejectWithUsage("Invalid memnode. No memory range of it is known.\n");
-  }
+  if (mem_mode == kMemPhysical) BindPhysicalRange(*node);
   memnode_list.push_back(memnode);
   cpunode_list.push_back(node->local_id);
 }
 
-void Configurator::DeriveBandwidthSettings(const GivenOptions& given) {
-  iter = given['i'] ? iter + kBandwidthWarmUp : kBandwidthIter;
-  if (given['m'] && mem_size < kMinBandwidthMiB * kMiB) {
+void Configurator::DeriveBandwidthSettings() {
+  iter = iter != 0 ? iter + kBandwidthWarmUp : kBandwidthIter;
+  if (mem_size != -1 && mem_size < kMinBandwidthMiB * kMiB) {
     warn_small("bandwidth", kMinBandwidthMiB, "MiB");
   }
   if (read == 0 && write == 0) read = 1;
@@ -125,18 +113,18 @@ void Configurator::DeriveBandwidthSettings(const GivenOptions& given) {
   }
 }
 
-void Configurator::DeriveLatencySettings(const GivenOptions& given) {
-  iter = given['i'] ? iter + kLatencyWarmUp : kLatencyIter;
-  if (!given['m']) {
+void Configurator::DeriveLatencySettings() {
+  iter = iter != 0 ? iter + kLatencyWarmUp : kLatencyIter;
+  if (mem_size == -1) {
     mem_size = kMinLatencyGiB * kGiB;
   } else if (mem_size < kMinLatencyGiB * kGiB) {
     warn_small("latency", kMinLatencyGiB, "GiB");
   }
 }
 
-void Configurator::DeriveTargets(const GivenOptions& given) {
+void Configurator::DeriveTargets() {
   if (num_targets > 0) {
-    if (mem_mode == kMemPhysical && given['M'] && given['m']) CheckPhysicalEnd();
+    if (mem_mode == kMemPhysical && memnode != -1 && mem_size != -1) CheckPhysicalEnd();
     return;
   }
   if (no_memnode) {
@@ -151,43 +139,12 @@ void Configurator::DeriveTargets(const GivenOptions& given) {
   num_targets = static_cast<int32_t>(memnode_list.size());
 }
 
-// A physical range must hold what the run will map: the load threads' regions for reading and for
-// writing, for loaded latency with a first GiB each.
-void Configurator::CheckPhysicalEnd() const {
-  const auto range = std::find_if(mem_info.mem_list.begin(), mem_info.mem_list.end(),
-                                  [this](const MemInfo::mem_list_elem& candidate) {
-                                    return candidate.logical_node == memnode;
-                                  });
-  // In double: the product may exceed 64 bits, and no machine has addresses beyond 2^53.
-  const double end = static_cast<double>(range->base_address) + static_cast<double>(range->length);
-  const auto size = static_cast<double>(mem_size);
-  double needed = size;
-  if (run_loaded_latency) {
-    needed = 2 * (thread * size + kGiB);
-  } else if (run_bandwidth) {
-    needed = 2 * thread * size;
-  }
-  if (end <= static_cast<double>(base_addr[0]) + needed) {
-    RejectWithUsage("Invalid base-address. Change base address or memory size\n");
-  }
-}
-
 void Configurator::FindCpulessNodes() {
   for (size_t n = 0; n < numa_info.numa_list.size(); ++n) {
     const auto& node = numa_info.numa_list[n];
     if (!node.is_online || node.has_cpu) continue;
     memnode_list.push_back(static_cast<int32_t>(n));
     cpunode_list.push_back(node.local_id);
-  }
-}
-
-void Configurator::FindCpulessRanges() {
-  for (const auto& range : mem_info.mem_list) {
-    const NumaInfo::numa_list_elem* node = FindNode(range.logical_node);
-    if (node != nullptr && node->has_cpu) continue;
-    base_addr.push_back(static_cast<int64_t>(range.base_address + kPhysicalOffset));
-    memnode_list.push_back(range.logical_node);
-    cpunode_list.push_back(node != nullptr ? node->local_id : -1);
   }
 }
 

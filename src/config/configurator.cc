@@ -1,12 +1,13 @@
 #include "config/configurator.h"
 
+#include <algorithm>
 #include <iostream>
 
 namespace velmo {
 
 void Configurator::InputArguments(int argc, char** argv) {
-  const GivenOptions given = ParseOptions(argc, argv);
-  CheckOptions(given);
+  ParseOptions(argc, argv);
+  CheckOptions();
   // From here on every floating value on the console has two decimals.
   std::cout << std::fixed;
   std::cout.precision(2);
@@ -15,6 +16,20 @@ void Configurator::InputArguments(int argc, char** argv) {
   // Sapphire/Emerald Rapids up to this stepping measure without the spinning threads.
   constexpr int32_t kModelWithoutSpinners = 0xCF;
   if (cpu_info.model == kModelWithoutSpinners && cpu_info.stepping <= 2) node_spinners = false;
+}
+
+bool Configurator::HasCpus(int node) const {
+  return node >= 0 && static_cast<size_t>(node) < node_cpus.size() && !node_cpus[node].empty();
+}
+
+const NumaInfo::cpu_ctx& Configurator::MeasuringCpu(int node) const {
+  const auto& cpus = node_cpus[node];
+  const NumaInfo::cpu_ctx& first = cpus.front();
+  if (first.cpu_id != 0) return first;
+  // CPU 0 serves the system's interrupts.
+  const auto other_core = std::find_if(
+      cpus.begin(), cpus.end(), [&first](const auto& cpu) { return cpu.core_id != first.core_id; });
+  return other_core != cpus.end() ? *other_core : first;
 }
 
 }  // namespace velmo

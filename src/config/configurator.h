@@ -8,7 +8,6 @@
 #include <getopt.h>
 
 #include <array>
-#include <bitset>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -16,7 +15,6 @@
 #include "platform/cpu_info.h"
 #include "platform/mem_info.h"
 #include "platform/numa_info.h"
-#include "platform/spoilers.h"
 
 namespace velmo {
 
@@ -36,10 +34,6 @@ inline constexpr int32_t kLatencyWarmUp = 1;
 
 class Configurator {
  public:
-  // The options that a command line gave, by short letter. A value may equal the marker for "not
-  // given" (-M -1) and is a given value all the same.
-  using GivenOptions = std::bitset<128>;
-
   // Turns the command line into a complete record: parses the platform, reads and checks the
   // options, derives the targets, calibrates the clock. Help, version and the system report are
   // printed here and end the process with status 0; every error ends it with status 1 after a
@@ -48,9 +42,9 @@ class Configurator {
   void InputArguments(int argc, char** argv);
 
   // The steps of InputArguments.
-  GivenOptions ParseOptions(int argc, char** argv);
-  void CheckOptions(const GivenOptions& given);  // checks and derivations behind the last option
-  void ClockTest();                              // fills clock_overhead and tsc_freq
+  void ParseOptions(int argc, char** argv);
+  void CheckOptions();  // checks and derivations behind the last option
+  void ClockTest();     // fills clock_overhead and tsc_freq
 
   // Whether `node`, which may be no node (-1), has a CPU that is online.
   bool HasCpus(int node) const;
@@ -59,8 +53,8 @@ class Configurator {
   // of it where the node has another.
   const NumaInfo::cpu_ctx& MeasuringCpu(int node) const;
 
-  // The CPUs and memory nodes that the accepted options will have measured.
-  Subjects UnderTest() const;
+  // Error prefix, `message`, general usage page, exit(1).
+  [[noreturn]] void RejectWithUsage(const std::string& message) const;
 
   // The help pages, on standard output. They do not exit.
   void Usage() const;
@@ -118,21 +112,22 @@ class Configurator {
 
  private:
   // The steps of CheckOptions.
-  void CheckCpuOptions(const GivenOptions& given) const;
-  void CheckLoadedLatencyCpus(const GivenOptions& given) const;
+  void CheckCpuOptions() const;
+  void CheckLoadedLatencyCpus() const;
   void BindMemoryNode();
-  void DeriveBandwidthSettings(const GivenOptions& given);
-  void DeriveLatencySettings(const GivenOptions& given);
-  void DeriveTargets(const GivenOptions& given);
-  void CheckPhysicalEnd() const;
+  void DeriveBandwidthSettings();
+  void DeriveLatencySettings();
+  void DeriveTargets();
   void FindCpulessNodes();
+
+  // The same for the physical mode: the start of a range of `node`, that of every range without
+  // CPUs, and whether the range holds what the run will map.
+  void BindPhysicalRange(const NumaInfo::numa_list_elem& node);
   void FindCpulessRanges();
+  void CheckPhysicalEnd() const;
 
   // Record of node `node`, or null when the machine has no such node.
   const NumaInfo::numa_list_elem* FindNode(int node) const;
-
-  // Error prefix, `message`, general usage page, exit(1).
-  [[noreturn]] void RejectWithUsage(const std::string& message) const;
 };
 
 }  // namespace velmo

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <limits>
 #include <string_view>
@@ -34,7 +35,7 @@ int parse_ratio(const std::string& argument, const char* invalid, const char* ne
   return value;
 }
 
-void set_cpunode(Configurator& c, const std::string& argument) {
+void set_cpunode(Configurator& c, const char* argument) {
   constexpr char kInvalid[] = "Invalid cpunode: ";
   const int node = parse_number(argument, kInvalid);
   const auto& nodes = c.numa_info.numa_list;
@@ -45,30 +46,32 @@ void set_cpunode(Configurator& c, const std::string& argument) {
   c.cpunode = node;
 }
 
-void set_memnode(Configurator& c, const std::string& argument) {
+void set_memnode(Configurator& c, const char* argument) {
   c.memnode = parse_number(argument, "Invalid memnode: ");
+  if (c.memnode < 0) c.RejectWithUsage("Invalid memnode.\n");
   c.num_targets = 1;
   c.no_memnode = false;
 }
 
-void set_mem_size(Configurator& c, const std::string& argument) {
+void set_mem_size(Configurator& c, const char* argument) {
   c.mem_size = get_bytes(argument);
   if (c.mem_size <= 0) Fatal() << "Invalid memory-size. (mem_size > 0): " << c.mem_size << '\n';
 }
 
-void set_output(Configurator& c, const std::string& argument) {
-  if (argument.empty()) Fatal() << "Invalid output\n";
-  c.output = argument + "_";
+void set_output(Configurator& c, const char* argument) {
+  if (*argument == '\0') Fatal() << "Invalid output\n";
+  c.output = std::string(argument) + "_";
 }
 
-void set_chunk(Configurator& c, const std::string& argument) {
-  if (argument != "0" && argument != "1" && argument != "2") {
+void set_chunk(Configurator& c, const char* argument) {
+  const std::string_view exponent = argument;
+  if (exponent != "0" && exponent != "1" && exponent != "2") {
     Fatal() << "Invalid chunk-size: " << argument << '\n';
   }
-  c.chunk = 1 << (argument[0] - '0');
+  c.chunk = 1 << (exponent[0] - '0');
 }
 
-void set_verbose(Configurator& c, const std::string& argument) {
+void set_verbose(Configurator& c, const char* argument) {
   const int level = parse_number(argument, "Invalid verbose: ");
   // The text names a level 2, which no command line can choose.
   if (level < 0 || level > 1) {
@@ -77,7 +80,7 @@ void set_verbose(Configurator& c, const std::string& argument) {
   c.verbose = level;
 }
 
-void set_stride(Configurator& c, const std::string& argument) {
+void set_stride(Configurator& c, const char* argument) {
   const int64_t stride = get_bytes(argument);
   if (stride < kMinStride || stride > kMaxStride || stride % kMinStride != 0) {
     Fatal() << "Invalid stride. Should be aligned to 64 byte. (64 <= stride <= 8192): " << stride
@@ -86,7 +89,7 @@ void set_stride(Configurator& c, const std::string& argument) {
   c.stride = static_cast<int32_t>(stride);
 }
 
-void set_iter(Configurator& c, const std::string& argument) {
+void set_iter(Configurator& c, const char* argument) {
   const int count = parse_number(argument, "Invalid iter: ");
   if (count <= 0) Fatal() << "Invalid iter. (iter > 0): " << argument << '\n';
   if (count > std::numeric_limits<int32_t>::max() - kBandwidthWarmUp) {
@@ -95,7 +98,7 @@ void set_iter(Configurator& c, const std::string& argument) {
   c.iter = count;
 }
 
-void set_thread(Configurator& c, const std::string& argument) {
+void set_thread(Configurator& c, const char* argument) {
   const int count = parse_number(argument, "Invalid thread: ");
   const long online = sysconf(_SC_NPROCESSORS_ONLN);
   if (count < 2 || count > online) {
@@ -104,9 +107,9 @@ void set_thread(Configurator& c, const std::string& argument) {
   c.thread = count;
 }
 
-void set_delay(Configurator& c, const std::string& argument) {
+void set_delay(Configurator& c, const char* argument) {
   // Goes on to the conversion, which has the last word.
-  if (!is_number(argument) || argument.find_first_of("0123456789") == std::string::npos) {
+  if (!is_number(argument) || std::strpbrk(argument, "0123456789") == nullptr) {
     Error() << "Invalid delay: " << argument << '\n';
   }
   c.delay = to_int(argument);
@@ -115,11 +118,19 @@ void set_delay(Configurator& c, const std::string& argument) {
   }
 }
 
-void set_bw_delay(Configurator& c, const std::string& argument) {
+void set_bw_delay(Configurator& c, const char* argument) {
   // Names the value so far, and goes on to the conversion, which has the last word.
   if (!is_number(argument)) Error() << "Invalid bw_delay: " << c.bw_delay << '\n';
   c.bw_delay = to_int(argument);
   if (c.bw_delay < 0) Fatal() << "Invalid bw_delay. (bw_delay >= 0): " << c.bw_delay << '\n';
+}
+
+void set_read(Configurator& c, const char* argument) {
+  c.read = parse_ratio(argument, "Invalid read: ", "Invalid read. (read >= 0): ");
+}
+
+void set_write(Configurator& c, const char* argument) {
+  c.write = parse_ratio(argument, "Invalid write: ", "Invalid write. (write >= 0): ");
 }
 
 // Makes the device or file system at `path` the one target.
@@ -136,17 +147,17 @@ void set_path(Configurator& c, const std::string& path, int32_t mem_mode, const 
   c.cpunode_list.assign(1, -1);
 }
 
-void set_devdax(Configurator& c, const std::string& argument) {
+void set_devdax(Configurator& c, const char* argument) {
   set_path(c, argument, kMemDevdax, "Invalid devdax path. Check the path.\n");
   c.devdax = true;
 }
 
-void set_pmem(Configurator& c, const std::string& argument) {
+void set_pmem(Configurator& c, const char* argument) {
   set_path(c, argument, kMemPmem, "Invalid pmem path. Check the path.\n");
   c.pmem = true;
 }
 
-void set_latency_cpu(Configurator& c, const std::string& argument) {
+void set_latency_cpu(Configurator& c, const char* argument) {
   const int cpu = parse_number(argument, "Invalid latency_cpu: ");
   const auto& cpus = c.numa_info.cpu_list;
   if (cpu < 0 || static_cast<size_t>(cpu) >= cpus.size()) {
@@ -155,7 +166,7 @@ void set_latency_cpu(Configurator& c, const std::string& argument) {
   c.latency_cpu = cpus[cpu];
 }
 
-void set_load_cpu(Configurator& c, const std::string& argument) {
+void set_load_cpu(Configurator& c, const char* argument) {
   const std::vector<int> wanted = str_range_to_vector(argument);
   if (wanted.size() < 2) Fatal() << "Invalid load_cpu. load_cpu option needs more than 2 cores.\n";
   const auto& cpus = c.numa_info.cpu_list;
@@ -233,35 +244,29 @@ constexpr OptionRule kRules[] = {
        c.run_bandwidth = true;
        c.bandwidth_local = 1;
      }},
-    {'m', "mem_size", required_argument, [](C& c, const char* arg) { set_mem_size(c, arg); }},
-    {'o', "output", required_argument, [](C& c, const char* arg) { set_output(c, arg); }},
-    {'c', "chunk", required_argument, [](C& c, const char* arg) { set_chunk(c, arg); }},
-    {'C', "cpunode", required_argument, [](C& c, const char* arg) { set_cpunode(c, arg); }},
-    {'M', "memnode", required_argument, [](C& c, const char* arg) { set_memnode(c, arg); }},
-    {'V', "verbose", required_argument, [](C& c, const char* arg) { set_verbose(c, arg); }},
-    {'s', "stride", required_argument, [](C& c, const char* arg) { set_stride(c, arg); }},
-    {'i', "iter", required_argument, [](C& c, const char* arg) { set_iter(c, arg); }},
+    {'m', "mem_size", required_argument, set_mem_size},
+    {'o', "output", required_argument, set_output},
+    {'c', "chunk", required_argument, set_chunk},
+    {'C', "cpunode", required_argument, set_cpunode},
+    {'M', "memnode", required_argument, set_memnode},
+    {'V', "verbose", required_argument, set_verbose},
+    {'s', "stride", required_argument, set_stride},
+    {'i', "iter", required_argument, set_iter},
     {'A', "auto", no_argument, [](C& c, const char*) { c.no_memnode = false; }},
     {'p', "physical", no_argument, nullptr},
     {'b', "base_addr", required_argument, nullptr},
     {'a', "basic_workload", no_argument, [](C& c, const char*) { c.basic_workload = true; }},
-    {'r', "read", required_argument,
-     [](C& c, const char* arg) {
-       c.read = parse_ratio(arg, "Invalid read: ", "Invalid read. (read >= 0): ");
-     }},
-    {'w', "write", required_argument,
-     [](C& c, const char* arg) {
-       c.write = parse_ratio(arg, "Invalid write: ", "Invalid write. (write >= 0): ");
-     }},
+    {'r', "read", required_argument, set_read},
+    {'w', "write", required_argument, set_write},
     {'n', "stream", no_argument, [](C& c, const char*) { c.stream = true; }},
-    {'j', "thread", required_argument, [](C& c, const char* arg) { set_thread(c, arg); }},
+    {'j', "thread", required_argument, set_thread},
     {'F', "full", no_argument, [](C& c, const char*) { c.full = true; }},
-    {'d', "delay", required_argument, [](C& c, const char* arg) { set_delay(c, arg); }},
-    {'D', "bw_delay", required_argument, [](C& c, const char* arg) { set_bw_delay(c, arg); }},
-    {'f', "devdax", required_argument, [](C& c, const char* arg) { set_devdax(c, arg); }},
-    {'g', "pmem", required_argument, [](C& c, const char* arg) { set_pmem(c, arg); }},
-    {'k', "latency_cpu", required_argument, [](C& c, const char* arg) { set_latency_cpu(c, arg); }},
-    {'l', "load_cpu", required_argument, [](C& c, const char* arg) { set_load_cpu(c, arg); }},
+    {'d', "delay", required_argument, set_delay},
+    {'D', "bw_delay", required_argument, set_bw_delay},
+    {'f', "devdax", required_argument, set_devdax},
+    {'g', "pmem", required_argument, set_pmem},
+    {'k', "latency_cpu", required_argument, set_latency_cpu},
+    {'l', "load_cpu", required_argument, set_load_cpu},
     {'z', "use_pa", optional_argument, set_use_pa},
 };
 
@@ -314,7 +319,7 @@ std::string make_short_options() {
 
 constinit const std::array<option, 40> Configurator::long_options = make_long_options();
 
-Configurator::GivenOptions Configurator::ParseOptions(int argc, char** argv) {
+void Configurator::ParseOptions(int argc, char** argv) {
   latency_cpu.cpu_id = -1;
   if (argc <= 1) {
     Usage();
@@ -330,7 +335,6 @@ Configurator::GivenOptions Configurator::ParseOptions(int argc, char** argv) {
   numa_info.Parse();
   cpu_info.GetCpuInfo();
 
-  GivenOptions given;
   const std::string letters = make_short_options();
   optind = 0;
   int letter = 0;
@@ -342,10 +346,8 @@ Configurator::GivenOptions Configurator::ParseOptions(int argc, char** argv) {
       Fatal() << "Unsupported argument: " << static_cast<char>(letter) << '\n';
     }
     rule->accept(*this, optarg);
-    given.set(letter);
   }
   if (optind < argc) Fatal() << "Unsupported argument: " << argv[optind] << '\n';
-  return given;
 }
 
 }  // namespace velmo

@@ -11,7 +11,7 @@ namespace {
 
 // "32K", as the kernel writes it; 0 for anything else.
 int64_t size_of(const std::string& text) {
-  const long kilobytes = parse_number(text).value_or(0);
+  const long kilobytes = leading_number(text).value_or(0);
   return text.ends_with('K') && kilobytes > 0 ? int64_t{kilobytes} << 10 : 0;
 }
 
@@ -20,7 +20,7 @@ Cache read_cache(const std::string& folder) {
   Cache cache{};
   std::string text;
   if (!read_first_line(folder + "/level", text)) return cache;
-  cache.level = static_cast<int>(parse_number(text).value_or(0));
+  cache.level = static_cast<int>(leading_number(text).value_or(0));
   if (!read_first_line(folder + "/shared_cpu_list", text) || !parse_list(text, cache.cpus).empty())
     return cache;
   if (!read_first_line(folder + "/type", cache.type)) return cache;

@@ -22,25 +22,26 @@ static void CheckValues(const Configurator& c) {
   Require(c.stream || c.read >= c.write, "a cached store reads");
 }
 
-static void CheckBinding(const Configurator& c, const Configurator::GivenOptions& given) {
-  Require(given['l'] ? c.load_cpu.size() >= 2 : c.load_cpu.empty(), "load_cpu");
+static void CheckBinding(const Configurator& c) {
+  Require(c.load_cpu.size() != 1, "load_cpu");
   for (size_t i = 0; i < c.load_cpu.size(); ++i) {
     const auto& cpu = c.load_cpu[i];
     Require(i == 0 || cpu.cpu_id > c.load_cpu[i - 1].cpu_id, "each load CPU once");
     Require(!c.run_loaded_latency || cpu.cpu_id != c.latency_cpu.cpu_id, "-l leaves -k alone");
   }
-  Require(c.bandwidth_local == 0 || !(given['k'] || given['l']), "a CPU node or CPUs");
+  Require(c.bandwidth_local == 0 || (c.latency_cpu.cpu_id == -1 && c.load_cpu.empty()),
+          "a CPU node or CPUs");
   const auto count = static_cast<size_t>(c.num_targets);
   Require(count > 0 && c.memnode_list.size() == count && c.cpunode_list.size() == count, "nodes");
   const bool addressed = c.mem_mode == velmo::kMemPhysical && !c.no_memnode;
   Require(c.base_addr.size() == (addressed ? count : 0), "an address a physical target");
-  Require(c.path.empty() != (given['f'] || given['g']), "path");
+  Require(c.path.empty() == !(c.devdax || c.pmem), "path");
   for (size_t i = 0; i < count; ++i) {
     const int from = c.cpunode_list[i];
     Require(from >= -1 && from <= 1 && c.memnode_list[i] >= -1 && c.memnode_list[i] <= 2, "online");
-    Require(!given['M'] || c.memnode_list[i] == c.memnode, "-M binds");
-    Require(!given['C'] || from == c.cpunode, "-C binds");
-    Require(!given['k'] || from == c.latency_cpu.numa_id, "-k binds");
+    Require(c.memnode == -1 || c.memnode_list[i] == c.memnode, "-M binds");
+    Require(c.cpunode == -1 || from == c.cpunode, "-C binds");
+    Require(c.latency_cpu.cpu_id == -1 || from == c.latency_cpu.numa_id, "-k binds");
   }
 }
 
@@ -59,10 +60,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       config.mem_mode = velmo::kMemPhysical;
       config.thread = 2;
     }
-    const auto given = config.ParseOptions(static_cast<int>(arguments.size()), argv.data());
-    config.CheckOptions(given);
+    config.ParseOptions(static_cast<int>(arguments.size()), argv.data());
+    config.CheckOptions();
     CheckValues(config);
-    CheckBinding(config, given);
+    CheckBinding(config);
   });
   return 0;
 }

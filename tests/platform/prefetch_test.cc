@@ -1,6 +1,8 @@
 #include "platform/prefetch.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 
 #include "app/signal_handler.h"
@@ -39,15 +41,18 @@ TEST(Prefetch, SwitchesTheRegisterOfTheModelOffAndBack) {
   const FakeMsr shared;
   shared.Set(0x1A4, kOld);
   EXPECT_EQ(
-      RunForked([] {
+      RunForked([&] {
         velmo::find_offset({.vendor = velmo::CpuInfo::kIntel, .model = 0x8F});
+        const int another = open(shared.file.c_str(), O_RDWR);
+        flock(another, LOCK_EX);
         std::cout << velmo::disable_prefetch(3);
-        velmo::store_cpu_id = -1;  // as another run, which has not changed it
+        close(another);
         std::cout << velmo::disable_prefetch(3);
-        velmo::store_cpu_id = 3;
-        std::cout << velmo::rollback_msr() << velmo::disable_prefetch(3) << velmo::rollback_msr();
+        const int late = open(shared.file.c_str(), O_RDWR);
+        std::cout << (flock(late, LOCK_EX | LOCK_NB) == 0);
+        std::cout << velmo::rollback_msr() << (flock(late, LOCK_EX | LOCK_NB) == 0);
       }),
-      (Outcome{0, "10111", Warning("Another run has switched the prefetchers of the CPU off.")}));
+      (Outcome{0, "01011", Warning("Another run has switched the prefetchers of the CPU off.")}));
   EXPECT_EQ(shared.Get(0x1A4), kOld);
   const FakeMsr msr;  // an empty file, which cannot be read
   EXPECT_EQ(RunForked([] {

@@ -1,13 +1,14 @@
+#include "config/advice.h"
+
 #include <gtest/gtest.h>
 
 #include "app/text.h"
-#include "config/configurator.h"
 
 namespace velmo {
 namespace {
 
 // Node 0 has CPUs 0, 1 (one core) and 2; node 1 has 4 and 5; node 2 has none.
-TEST(Configurator, KnowsWhatARunWillMeasure) {
+TEST(Advice, KnowsWhatARunWillMeasure) {
   struct Row {
     const char* commands;
     int node;                      // CPU node of the one target
@@ -45,7 +46,7 @@ TEST(Configurator, KnowsWhatARunWillMeasure) {
     c.run_bandwidth = row.commands[0] == 'B';
     c.run_loaded_latency = row.commands[0] == 'Z';
     row.set(c);
-    const Subjects s = c.UnderTest();
+    const Subjects s = under_test(c);
     const std::string text = vector_to_str_range(s.cpus, 0) + ' ' + std::to_string(s.known) +
                              std::to_string(s.latency) + ' ' + vector_to_str_range(s.nodes, 0);
     EXPECT_EQ(text, row.expected) << "row " << &row - rows;
