@@ -7,14 +7,13 @@
 
 #include <algorithm>
 #include <condition_variable>
-#include <functional>
 #include <iostream>
 #include <mutex>
-#include <optional>
+#include <new>
 #include <streambuf>
+#include <string_view>
 #include <system_error>
 #include <thread>
-#include <utility>
 
 #include "app/console.h"
 #include "app/text.h"
@@ -53,15 +52,16 @@ size_t usable_width(int terminal) {
   return (known ? size.ws_col : kDefaultWidth) - 1;
 }
 
-// Stands before the buffer of `stream` while it lives: `before` is called, then what is written
-// goes where it went without.
-class Intercepted : public std::streambuf {
+// Stands before the buffer of `stream` from now on: `before` is called, then what is written goes
+// where it went without.
+class Interceptor : public std::streambuf {
  public:
-  Intercepted(std::ostream& stream, std::function<void()> before)
-      : stream_(stream), before_(std::move(before)), target_(Exchange(this)) {}
-  ~Intercepted() override { Exchange(target_); }
-  Intercepted(const Intercepted&) = delete;
-  Intercepted& operator=(const Intercepted&) = delete;
+  Interceptor(std::ostream& stream, void (*before)()) : before_(before), target_(stream.rdbuf()) {
+    // Keeps the stream's state: a failed write has to show at the end of the run.
+    const std::ios::iostate state = stream.rdstate();
+    stream.rdbuf(this);
+    stream.setstate(state);
+  }
 
  protected:
   int_type overflow(int_type c) override {
@@ -76,18 +76,15 @@ class Intercepted : public std::streambuf {
   int sync() override { return target_->pubsync(); }
 
  private:
-  // Keeps the stream's state: a failed write has to show at the end of the run.
-  std::streambuf* Exchange(std::streambuf* buffer) {
-    const std::ios::iostate state = stream_.rdstate();
-    std::streambuf* previous = stream_.rdbuf(buffer);
-    stream_.setstate(state);
-    return previous;
-  }
-
-  std::ostream& stream_;
-  std::function<void()> before_;
+  void (*before_)();
   std::streambuf* target_;
 };
+
+// Never destroyed: the streams are flushed behind the last destructor.
+void intercept_streams(void (*before)()) {
+  new Interceptor(std::cerr, before);
+  if (may_reach_terminal(STDOUT_FILENO)) new Interceptor(std::cout, before);
+}
 
 }  // namespace
 
@@ -99,9 +96,12 @@ class Progress::Drawer {
         cpus_(cpus),
         due_(std::max(Clock::now(),
                       Clock::time_point(std::chrono::nanoseconds(phase.begun)) + line.first)) {
-    const auto erase = [this] { Erase(); };
-    err_.emplace(std::cerr, erase);
-    if (may_reach_terminal(STDOUT_FILENO)) out_.emplace(std::cout, erase);
+    static std::once_flag intercepted;
+    std::call_once(intercepted, intercept_streams, EraseShown);
+    {
+      const std::lock_guard lock(mutex_);
+      shown_ = this;
+    }
     const EndSignalsBlocked blocked;
     try {
       thread_ = std::thread(&Drawer::Run, this);
@@ -117,7 +117,9 @@ class Progress::Drawer {
     }
     end_.notify_one();
     if (thread_.joinable()) thread_.join();
+    const std::lock_guard lock(mutex_);
     Erase();
+    shown_ = nullptr;
   }
 
   Drawer(const Drawer&) = delete;
@@ -126,7 +128,13 @@ class Progress::Drawer {
  private:
   using Clock = std::chrono::steady_clock;  // CLOCK_MONOTONIC, as monotonic_ns
 
-  void Run() {
+  // What is written passes through here first.
+  static void EraseShown() {
+    const std::lock_guard lock(mutex_);
+    if (shown_ != nullptr) shown_->Erase();
+  }
+
+  void Run() try {
     if (sched_setaffinity(0, sizeof cpus_, &cpus_) != 0) return;
     std::unique_lock lock(mutex_);
     while (!ended_) {
@@ -135,6 +143,8 @@ class Progress::Drawer {
       Draw();
       due_ = Clock::now() + line_.every;
     }
+  } catch (const std::bad_alloc&) {
+    // Nor is the line worth an end of the run; who writes erases what stands there.
   }
 
   void Draw() {
@@ -151,7 +161,6 @@ class Progress::Drawer {
   // Output comes in lines of several writes, perhaps one a second: the next drawing leaves them
   // time.
   void Erase() {
-    const std::lock_guard lock(mutex_);
     if (visible_) visible_ = !Write(kEraseLine);
     open_line = visible_ ? line_.fd : -1;
     due_ = std::max(due_, Clock::now() + 2 * line_.every);
@@ -159,7 +168,7 @@ class Progress::Drawer {
 
   // One call for a whole line, so that a program that is ended leaves no half sequence. False,
   // without a wait, where the terminal takes nothing (Ctrl-S, a stalled connection).
-  bool Write(const std::string& text) const {
+  bool Write(std::string_view text) const {
     pollfd terminal{line_.fd, POLLOUT, 0};
     return poll(&terminal, 1, 0) == 1 && (terminal.revents & POLLOUT) != 0 &&
            write(line_.fd, text.data(), text.size()) > 0;
@@ -177,13 +186,12 @@ class Progress::Drawer {
   const ProgressLine line_;
   const cpu_set_t cpus_;
   const long start_ = monotonic_ns();
-  std::mutex mutex_;  // of what follows
+  static inline std::mutex mutex_;  // of what follows
+  static inline Drawer* shown_ = nullptr;
   std::condition_variable end_;
   bool ended_ = false;
   bool visible_ = false;
   Clock::time_point due_;  // of the next drawing
-  std::optional<Intercepted> err_;
-  std::optional<Intercepted> out_;
   std::thread thread_;
 };
 

@@ -4,11 +4,13 @@
 #include <gtest/gtest.h>
 #include <pty.h>
 #include <sched.h>
+#include <sys/resource.h>
 
 #include <iostream>
 #include <regex>
 #include <thread>
 
+#include "app/signal_handler.h"
 #include "support/subprocess.h"
 
 namespace velmo {
@@ -34,11 +36,14 @@ std::string OnTerminal(unsigned short columns, const std::function<void()>& body
 }
 
 // A phase that writes "out" and "err" in its middle, on a line that is drawn every 10 ms.
-void Wait(const Phase& phase, int fd = STDERR_FILENO) {
+// `begin` is called first in it.
+void Wait(
+    const Phase& phase, int fd = STDERR_FILENO, void (*begin)() = [] {}) {
   constexpr std::chrono::milliseconds kOften(10);
   constexpr auto kWait = kOften * 20;
   {
     const Progress progress(phase, {.fd = fd, .first = kOften, .every = kOften});
+    begin();
     std::this_thread::sleep_for(kWait);
     std::cout << "out\n" << std::flush;
     std::this_thread::sleep_for(kWait);
@@ -88,6 +93,22 @@ TEST(Progress, IsDrawnAndErasedBeforeAnyOutput) {
   const std::string file = dir.Write("file", "");
   unseen([&] { Wait({.label = "Not a terminal"}, open(file.c_str(), O_WRONLY)); });
   EXPECT_EQ(velmo_test::ReadAll(file), "");
+}
+
+TEST(Progress, EndsTheLineWhereMemoryEnds) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "the sanitizer's allocator does not live under a limit";
+#endif
+  const std::string text = OnTerminal(80, [] {
+    install_exit_guards();  // whose report of an exception goes past the line
+    alarm(10);
+    const Phase phase{.label = std::string(1 << 26, 'x')};
+    Wait(phase, STDERR_FILENO, [] {
+      const rlimit little{1 << 20, 1 << 20};
+      setrlimit(RLIMIT_DATA, &little);
+    });
+  });
+  EXPECT_EQ(text, "out\r\nerr\r\nend\r\n");
 }
 
 TEST(Progress, KeepsTheStateOfTheStreams) {
