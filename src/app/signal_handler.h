@@ -1,5 +1,6 @@
-// However a run ends early, what it has changed of the machine is put back first. What cannot be covered: SIGKILL,
-// loss of power, a CPU that has gone offline, and two runs at a time on CPUs of one core.
+// However a run ends early, what it has changed of the machine is put back first. What cannot be
+// covered: SIGKILL, loss of power, a CPU that has gone offline, and two runs at a time on CPUs of
+// one core.
 
 #pragma once
 
@@ -19,9 +20,9 @@ void signal_handler(int signum);
 // Installs signal_handler for SIGTSTP, SIGINT, SIGTERM and SIGQUIT.
 void install_signal_handlers();
 
-// Has `restore_machine` (null: nothing is to be restored), which takes no lock and allocates nothing,
-// called before any end, by the handlers of both functions here as by exit(). It may be called again
-// while it runs.
+// Has `restore_machine` (null: nothing is to be restored), which takes no lock and allocates
+// nothing, called before any end, by the handlers of both functions here as by exit(). It may be
+// called again while it runs.
 //
 // Covers the other ends: exit(), an uncaught exception (which is reported
 // behind the error prefix before the abort), and the other signals that end a process by default,

@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "app/console.h"
+#include "app/text.h"
 #include "config/configurator.h"
 
 namespace velmo {
@@ -39,13 +40,16 @@ void Configurator::CheckOptions() {
     DeriveLatencySettings();
   }
   DeriveTargets();
+  CheckAllowedNodes();
   if (cpunode != -1) {
     cpunode_list.assign(num_targets, cpunode);
     bandwidth_local = 1;
   }
   for (const auto& node : numa_info.numa_list) {
     auto& cpus = node_cpus.emplace_back();
-    for (const int cpu : node.cpu_list) cpus.push_back(numa_info.cpu_list[cpu]);
+    for (const int cpu : node.cpu_list) {
+      if (numa_info.IsUsable(cpu)) cpus.push_back(numa_info.cpu_list[cpu]);
+    }
   }
   if ((run_bandwidth || run_loaded_latency) && mem_mode == kMemDevdax) {
     Fatal() << "devdax mode can't measure bandwidth.\n";
@@ -71,7 +75,9 @@ void Configurator::CheckLoadedLatencyCpus() const {
       Fatal() << "lat_cpu and load_cpu can't use same cpu_id. lat_cpu: " << latency_cpu.cpu_id
               << ", load_cpu: " << load.cpu_id << '\n';
     }
-    if (load.core_id == latency_cpu.core_id && load.numa_id == latency_cpu.numa_id) {
+  }
+  for (const NumaInfo::cpu_ctx& load : load_cpu) {
+    if (same_core(load, latency_cpu)) {
       Warn() << "lat_cpu and load_cpu use same physical core. It is recommended that use another "
                 "physical core.\n"
              << "                lat_cpu : " << latency_cpu.cpu_id
@@ -137,6 +143,23 @@ void Configurator::DeriveTargets() {
   }
   if (memnode_list.empty()) Fatal() << "Failed to find heterogenous memory devices\n";
   num_targets = static_cast<int32_t>(memnode_list.size());
+}
+
+void Configurator::CheckAllowedNodes() const {
+  if (mem_mode != kMemNuma || no_memnode) return;
+  const std::vector<int> forbidden = numa_info.nodes_forbidden();
+  for (const int node : memnode_list) {
+    if (!std::ranges::binary_search(forbidden, node)) continue;
+    std::vector<int> allowed;
+    for (size_t n = 0; n < numa_info.numa_list.size(); ++n) {
+      const auto number = static_cast<int>(n);
+      if (numa_info.numa_list[n].is_online && !std::ranges::binary_search(forbidden, number)) {
+        allowed.push_back(number);
+      }
+    }
+    Fatal() << "Memory node " << node << " is outside the cpuset of this process. Allowed nodes: "
+            << vector_to_str_range(allowed, 0) << '\n';
+  }
 }
 
 void Configurator::FindCpulessNodes() {

@@ -57,7 +57,10 @@ void Configurator::ClockTest() {
     Fatal() << "No CPU is known: failed to read " << numa_info.node_online_path
             << ". Check that sysfs is mounted and the kernel has NUMA support (CONFIG_NUMA=y)\n";
   }
-  const int cpu = numa_info.cpu_list.front().cpu_id;
+  const auto usable = std::ranges::find_if(
+      numa_info.cpu_list,
+      [this](const NumaInfo::cpu_ctx& candidate) { return numa_info.IsUsable(candidate.cpu_id); });
+  const int cpu = usable != numa_info.cpu_list.end() ? usable->cpu_id : 0;
   // Two loops of two readings a pair, at the rate of a short one. Shown from before this thread is
   // pinned, while it still has other CPUs to hand on.
   constexpr int kProbe = 1000;

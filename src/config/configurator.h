@@ -46,7 +46,7 @@ class Configurator {
   void CheckOptions();  // checks and derivations behind the last option
   void ClockTest();     // fills clock_overhead and tsc_freq
 
-  // Whether `node`, which may be no node (-1), has a CPU that is online.
+  // Whether `node`, which may be no node (-1), has a CPU that is online and may be used.
   bool HasCpus(int node) const;
 
   // The CPU to measure latency from on `node`, which has CPUs: not CPU 0 nor a hyper-thread sibling
@@ -72,7 +72,7 @@ class Configurator {
   double clock_overhead = 0.0;     // mean cost of two clock reads in a row, in ns
   std::vector<int32_t> memnode_list;                      // memory node of each target; -1: none
   std::vector<int32_t> cpunode_list;                      // CPU node of each target; -1: not bound
-  std::vector<std::vector<NumaInfo::cpu_ctx>> node_cpus;  // online CPUs of each node
+  std::vector<std::vector<NumaInfo::cpu_ctx>> node_cpus;  // usable CPUs of each node
   int32_t cpunode = -1;                                   // -C
   int32_t memnode = -1;                                   // -M
   int32_t verbose = 1;                                    // 1: write log files; 0: do not
@@ -119,6 +119,7 @@ class Configurator {
   void DeriveLatencySettings();
   void DeriveTargets();
   void FindCpulessNodes();
+  void CheckAllowedNodes() const;
 
   // The same for the physical mode: the start of a range of `node`, that of every range without
   // CPUs, and whether the range holds what the run will map.

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -35,6 +36,13 @@ int parse_ratio(const std::string& argument, const char* invalid, const char* ne
   return value;
 }
 
+// `subject`: "cpu3 is".
+[[noreturn]] void reject_unusable(const Configurator& c, const std::string& subject) {
+  const std::string usable = vector_to_str_range(c.numa_info.usable_cpus, 0);
+  Fatal() << subject << " offline or outside the cpuset of this process. Usable CPUs: " << usable
+          << '\n';
+}
+
 void set_cpunode(Configurator& c, const char* argument) {
   constexpr char kInvalid[] = "Invalid cpunode: ";
   const int node = parse_number(argument, kInvalid);
@@ -43,6 +51,10 @@ void set_cpunode(Configurator& c, const char* argument) {
       !nodes[node].has_cpu) {
     Fatal() << kInvalid << argument << '\n';
   }
+  if (std::ranges::none_of(nodes[node].cpu_list,
+                           [&](int cpu) { return c.numa_info.IsUsable(cpu); }))
+    reject_unusable(c, kInvalid + std::string(argument) + ". Its CPUs " +
+                           vector_to_str_range(nodes[node].cpu_list, 0) + " are");
   c.cpunode = node;
 }
 
@@ -163,6 +175,9 @@ void set_latency_cpu(Configurator& c, const char* argument) {
   if (cpu < 0 || static_cast<size_t>(cpu) >= cpus.size()) {
     Fatal() << "Invalid latency_cpu (0 <= latency_cpu < " << cpus.size() << "): " << cpu << '\n';
   }
+  if (!c.numa_info.IsUsable(cpu)) {
+    reject_unusable(c, "Invalid latency_cpu. cpu" + std::to_string(cpu) + " is");
+  }
   c.latency_cpu = cpus[cpu];
 }
 
@@ -175,8 +190,11 @@ void set_load_cpu(Configurator& c, const char* argument) {
     if (cpu < 0 || static_cast<size_t>(cpu) >= cpus.size()) {
       Fatal() << "Invalid load_cpu (0 <= load_cpu < " << cpus.size() << "): " << cpu << '\n';
     }
-    if (cpus[cpu].is_online == 0) {
+    if (cpus[cpu].is_online == 0 || c.numa_info.IsOffline(cpu)) {
       Fatal() << "Invalid load_cpu. cpu" << cpu << " is offline.\n";
+    }
+    if (!c.numa_info.IsUsable(cpu)) {
+      reject_unusable(c, "Invalid load_cpu. cpu" + std::to_string(cpu) + " is");
     }
     c.load_cpu.push_back(cpus[cpu]);
   }
@@ -212,14 +230,34 @@ void set_use_pa(Configurator& c, const char* argument) {
   end_printed();
 }
 
-// One option: its names, whether it takes an argument, and what it does. An option that is listed
-// without an action is known to getopt and refused.
+// How an argument is read: as it stands, as a number, or as a number with a unit behind it.
+enum class Reads { kText, kNumber, kSize };
+
+// One option: its names, whether it takes an argument, what it does, and how it reads the argument.
+// An option that is listed without an action is known to getopt and refused.
 struct OptionRule {
   char letter;
   const char* name;
   int argument;
   void (*accept)(Configurator&, const char* argument);
+  Reads reads = Reads::kText;
 };
+
+// The conversions ignore what stands behind a number: tells what an accepted argument is taken for.
+void warn_of_ignored(const OptionRule& rule, const char* argument) {
+  if (rule.reads == Reads::kText || argument == nullptr) return;
+  char* end = nullptr;
+  std::strtoull(argument, &end, 10);
+  const std::string number(argument, static_cast<const char*>(end));
+  std::string_view ignored = end;
+  std::string_view unit;
+  if (rule.reads == Reads::kSize && !ignored.empty() && std::isdigit(ignored.back()) == 0) {
+    unit = ignored.substr(ignored.size() - 1);
+    ignored.remove_suffix(1);
+  }
+  if (ignored.empty()) return;
+  Warn() << '-' << rule.letter << ' ' << argument << " is read as " << number << unit << '\n';
+}
 
 using C = Configurator;
 
@@ -244,30 +282,30 @@ constexpr OptionRule kRules[] = {
        c.run_bandwidth = true;
        c.bandwidth_local = 1;
      }},
-    {'m', "mem_size", required_argument, set_mem_size},
+    {'m', "mem_size", required_argument, set_mem_size, Reads::kSize},
     {'o', "output", required_argument, set_output},
     {'c', "chunk", required_argument, set_chunk},
-    {'C', "cpunode", required_argument, set_cpunode},
-    {'M', "memnode", required_argument, set_memnode},
-    {'V', "verbose", required_argument, set_verbose},
-    {'s', "stride", required_argument, set_stride},
-    {'i', "iter", required_argument, set_iter},
+    {'C', "cpunode", required_argument, set_cpunode, Reads::kNumber},
+    {'M', "memnode", required_argument, set_memnode, Reads::kNumber},
+    {'V', "verbose", required_argument, set_verbose, Reads::kNumber},
+    {'s', "stride", required_argument, set_stride, Reads::kSize},
+    {'i', "iter", required_argument, set_iter, Reads::kNumber},
     {'A', "auto", no_argument, [](C& c, const char*) { c.no_memnode = false; }},
     {'p', "physical", no_argument, nullptr},
     {'b', "base_addr", required_argument, nullptr},
     {'a', "basic_workload", no_argument, [](C& c, const char*) { c.basic_workload = true; }},
-    {'r', "read", required_argument, set_read},
-    {'w', "write", required_argument, set_write},
+    {'r', "read", required_argument, set_read, Reads::kNumber},
+    {'w', "write", required_argument, set_write, Reads::kNumber},
     {'n', "stream", no_argument, [](C& c, const char*) { c.stream = true; }},
-    {'j', "thread", required_argument, set_thread},
+    {'j', "thread", required_argument, set_thread, Reads::kNumber},
     {'F', "full", no_argument, [](C& c, const char*) { c.full = true; }},
-    {'d', "delay", required_argument, set_delay},
-    {'D', "bw_delay", required_argument, set_bw_delay},
+    {'d', "delay", required_argument, set_delay, Reads::kNumber},
+    {'D', "bw_delay", required_argument, set_bw_delay, Reads::kNumber},
     {'f', "devdax", required_argument, set_devdax},
     {'g', "pmem", required_argument, set_pmem},
-    {'k', "latency_cpu", required_argument, set_latency_cpu},
+    {'k', "latency_cpu", required_argument, set_latency_cpu, Reads::kNumber},
     {'l', "load_cpu", required_argument, set_load_cpu},
-    {'z', "use_pa", optional_argument, set_use_pa},
+    {'z', "use_pa", optional_argument, set_use_pa, Reads::kNumber},
 };
 
 constexpr std::array<option, 40> make_long_options() {
@@ -346,6 +384,7 @@ void Configurator::ParseOptions(int argc, char** argv) {
       Fatal() << "Unsupported argument: " << static_cast<char>(letter) << '\n';
     }
     rule->accept(*this, optarg);
+    warn_of_ignored(*rule, optarg);
   }
   if (optind < argc) Fatal() << "Unsupported argument: " << argv[optind] << '\n';
 }

@@ -3,12 +3,14 @@
 #include <numa.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <iostream>
 #include <limits>
 
 #include "app/console.h"
 #include "app/text.h"
 #include "platform/text_file.h"
+#include "platform/usable.h"
 
 namespace velmo {
 namespace {
@@ -32,9 +34,12 @@ NumaInfo::NumaInfo()
       core_id_fmt("/sys/devices/system/cpu/cpu%d/topology/core_id"),
       configured_cpus([] { return sysconf(_SC_NPROCESSORS_CONF); }),
       max_node(numa_max_node),
-      distance(numa_distance) {}
+      distance(numa_distance),
+      cpus_of_process(velmo::usable_cpus),
+      nodes_forbidden([] { return forbidden_nodes(); }) {}
 
 void NumaInfo::Parse() {
+  usable_cpus = cpus_of_process();
   if (FindNumaNode() == 0) {
     Warn() << "Failed to get node information\n";
     return;
@@ -51,8 +56,8 @@ void NumaInfo::FindNearestNodes() {
     int best = std::numeric_limits<int>::max();
     int nearest = -1;
     for (int j = 0; j < num_nodes; ++j) {
-      if (j == i) continue;
       const int d = distance(i, j);
+      if (j == i || d <= 0) continue;  // 0: not there
       if (d < best) {
         best = d;
         nearest = j;
@@ -98,12 +103,19 @@ NumaInfo::cpu_ctx NumaInfo::GetCPUInfo(int cpu) const {
   cpu_ctx info{.is_online = 1, .cpu_id = cpu, .core_id = -1, .numa_id = 0};
   std::string line;
   if (!read_first_line(numbered_path(core_id_fmt, cpu), line)) return info;
-  info.core_id = to_int(line);
-  // CPU 0 usually has no such file: it cannot be taken offline.
-  if (read_first_line(numbered_path(cpu_online_fmt, cpu), line)) {
-    info.is_online = to_int(line) != 0 ? 1 : 0;
-  }
+  info.core_id = static_cast<int32_t>(leading_number(line).value_or(-1));
+  if (IsOffline(cpu)) info.is_online = 0;
   return info;
+}
+
+bool NumaInfo::IsOffline(int cpu) const {
+  std::string line;
+  // CPU 0 usually has no such file: it cannot be taken offline.
+  return read_first_line(numbered_path(cpu_online_fmt, cpu), line) && leading_number(line) == 0;
+}
+
+bool NumaInfo::IsUsable(int cpu) const {
+  return usable_cpus.empty() || std::ranges::binary_search(usable_cpus, cpu);
 }
 
 void NumaInfo::PushNumaList(int node, bool read_cpulist) {

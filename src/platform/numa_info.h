@@ -47,12 +47,19 @@ class NumaInfo {
   // CPUs. An unreadable cpulist is warned about; the node is online all the same.
   void PushNumaList(int node, bool read_cpulist);
 
+  // Whether the kernel says that `cpu` is offline, be its topology there or not.
+  bool IsOffline(int cpu) const;
+
+  // Whether the process may be pinned to `cpu`. True where that is not known.
+  bool IsUsable(int cpu) const;
+
   // Prints every node, offline placeholders included, on standard output.
   void PrintInfo() const;
 
   int num_nodes = 0;                      // nodes named in the online-node list
   std::vector<numa_list_elem> numa_list;  // index: node number, 0 .. highest node
   std::vector<cpu_ctx> cpu_list;          // index: CPU number
+  std::vector<int> usable_cpus;           // that the process may be pinned to; empty: not known
   bool parsed = false;
 
   std::string slit_path;
@@ -71,6 +78,8 @@ class NumaInfo {
   long (*configured_cpus)();
   int (*max_node)();
   int (*distance)(int, int);
+  std::vector<int> (*cpus_of_process)();  // platform/usable.h; called once, by Parse
+  std::vector<int> (*nodes_forbidden)();
 
  private:
   void FindNearestNodes();

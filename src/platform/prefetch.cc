@@ -4,8 +4,10 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <utility>
 
 #include "app/console.h"
@@ -51,8 +53,8 @@ class MsrFile {
   MsrFile& operator=(const MsrFile&) = delete;
 
   bool IsOpen() const { return fd_ >= 0; }
-  // False when another run has the lock.
-  bool Lock() const { return flock(fd_, LOCK_EX | LOCK_NB) == 0; }
+  // 0, or the reason; EWOULDBLOCK: another run has the lock.
+  int Lock() const { return flock(fd_, LOCK_EX | LOCK_NB) == 0 ? 0 : errno; }
   // Leaves the descriptor, and its lock, to the caller.
   int Release() { return std::exchange(fd_, -1); }
   bool Read(uint64_t address, uint64_t& value) const {
@@ -103,7 +105,13 @@ bool disable_prefetch(int cpu) {
   if (!rollback_msr()) return false;
   MsrFile msr(cpu);
   if (!msr.IsOpen() || offset == 0) return fail("Failed to access msr.\n");
-  if (!msr.Lock()) return fail("Another run has switched the prefetchers of the CPU off.\n");
+  if (const int failure = msr.Lock(); failure != 0) {
+    if (failure == EWOULDBLOCK) {
+      return fail("Another run has switched the prefetchers of the CPU off.\n");
+    }
+    Warn() << "Failed to lock msr: " << std::strerror(failure) << '\n';
+    return false;
+  }
   uint64_t old_value = 0;
   if (!msr.Read(offset, old_value)) return fail("Failed to read msr.\n");
   store_msr = old_value;

@@ -62,6 +62,18 @@ std::string Page(void (Configurator::*page)() const) {
   return RunForked([page] { (Configurator().*page)(); }).out;
 }
 
+// CPUs 0 and 1 are hyper-threads of one core; CPU 2 is of another node.
+void OneCore(Configurator& /*config*/, const TempDir& machine) {
+  machine.Write("cpu/cpu1/topology/core_id", "0");
+  machine.Write("cpu/cpu2/topology/core_id", "0");
+}
+
+// The process may use CPUs 0 and 2, and all memory but that of node 2.
+void Cpuset(Configurator& config, const TempDir& /*machine*/) {
+  config.numa_info.cpus_of_process = [] { return std::vector{0, 2}; };
+  config.numa_info.nodes_forbidden = [] { return std::vector{2}; };
+}
+
 // The physical mode, which no option selects, with two threads whatever the host has.
 void Physical(Configurator& config, const TempDir& /*machine*/) {
   config.mem_mode = velmo::kMemPhysical;
@@ -113,6 +125,13 @@ TEST(Options, RefusesCommandLines) {
     machine.Write("cpu/cpu3/online", "0");
     machine.Write("node/online", "0-1");
   };
+  const Prepare no_topology = [](Configurator&, const TempDir& machine) {
+    machine.Write("cpu/cpu3/online", "0");
+    std::filesystem::remove_all(machine.path() + "/cpu/cpu3/topology");
+  };
+  const std::string outside = " is offline or outside the cpuset of this process. Usable CPUs: 0,2";
+  const std::string forbidden =
+      "Memory node 2 is outside the cpuset of this process. Allowed nodes: 0-1";
   const std::string with_k = "Invalid option. -C/-T/-j and -k can't be used together.";
   const std::string end = "Invalid base-address. Change base address or memory size";
   const std::string next = '\n' + Error("").substr(0, Error("").size() - 1);
@@ -139,6 +158,21 @@ TEST(Options, RefusesCommandLines) {
       {"-L -A", "Failed to find heterogenous memory devices", kPlain, no_cpu3_nor_node2},
       {"-Z -f /", "devdax mode can't measure bandwidth."},
       {"-L", "clock is not work", kPlain, no_clock},
+      // CPU 3 has no topology: the file of its state decides.
+      {"-l 2-3", "Invalid load_cpu. cpu3 is offline.", kPlain, no_topology},
+      {"-Z -k 1 -l 0-1", "lat_cpu and load_cpu can't use same cpu_id. lat_cpu: 1, load_cpu: 1",
+       kPlain, OneCore},
+      {"-L -k 1", "Invalid latency_cpu. cpu1" + outside, kPlain, Cpuset},
+      {"-B -l 2-3", "Invalid load_cpu. cpu3" + outside, kPlain, Cpuset},
+      {"-L -C 1",
+       "Invalid cpunode: 1. Its CPUs 2-3 are offline or outside the cpuset of this process. "
+       "Usable CPUs: 0-1",
+       kPlain,
+       [](Configurator& c, const TempDir&) {
+         c.numa_info.cpus_of_process = [] { return std::vector{0, 1}; };
+       }},
+      {"-L -M 2", forbidden, kPlain, Cpuset},
+      {"-L -A", forbidden, kPlain, Cpuset},
       {"-m 1g", "Invalid options. (No command)", kUsage},
       {"-L -M 0", "Invalid options. -b and -M can't be used together.", kUsage, address},
       {"-L -C 0 -k 1", with_k, kUsage},
@@ -173,10 +207,6 @@ TEST(Options, RefusesCommandLines) {
 }
 
 TEST(Checks, CompleteTheRecord) {
-  const Prepare one_core = [](Configurator&, const TempDir& machine) {
-    machine.Write("cpu/cpu1/topology/core_id", "0");
-    machine.Write("cpu/cpu2/topology/core_id", "0");  // another node's
-  };
   const std::string few = "Memory size is not enough to measure ";
   const std::string more = "\n                It is recommended to set memory size to ";
   const struct {
@@ -207,12 +237,22 @@ TEST(Checks, CompleteTheRecord) {
       {"-Y -c 0 -z", "chunk 1 verbose 1 output  delay 2000 bw_delay -1 pa 1500 flags 000"},
       {"--bandwidth -aFn", "pa 0500 flags 111 lat -1 load nodes"},
       {"-Z -k 0 -l 3,2", "lat 0 load 2@1 3@1 nodes 2 2 0 0 clock 11 on cpu 0 0.67"},
-      {"-Z -k 0 -l 2-3", "load 2@1 3@1 nodes", "", one_core},
+      {"-Z -k 0 -l 2-3", "load 2@1 3@1 nodes", "", OneCore},
       {"-Z -k 0 -l 1-3", "load 1@0 2@1 3@1 nodes",
        Warning("lat_cpu and load_cpu use same physical core. It is recommended that use another "
                "physical core.\n                lat_cpu : 0, core_id: 0\n"
                "                load_cpu: 1, core_id: 0"),
-       one_core},
+       OneCore},
+      {"-Z -k 0 -l 1-2", "load 1@0 2@1 nodes 2 2", "",
+       [](Configurator&, const TempDir& machine) {
+         for (const char* cpu : {"0", "1"})
+           machine.Write("cpu/cpu" + std::string(cpu) + "/topology/core_id", "");
+       }},
+      {"-B -k 2", "lat 2 load nodes 1 1 0 0", "", Cpuset},
+      {"-B -m 1.5m1G -i 1e3 -r 2 -w 1,0",
+       "iter 5 size 1073741824 targets 1 mem 0 cpu -1 base local 0 mix 2:1",
+       Warning("-m 1.5m1G is read as 1G") + Warning("-i 1e3 is read as 1") +
+           Warning("-w 1,0 is read as 1")},
       {"-B -m 102399k", "iter 14 ", Warning(few + "bandwidth" + more + "100MiB")},
       {"-L -m 2097151k", "iter 2 ", Warning(few + "latency" + more + "2GiB")},
   };

@@ -21,6 +21,8 @@ TEST(NumaInfo, ReadsTheMachine) {
       // The last node of a list with a gap is not visited, or its nearest would be node 1.
       {{{"node/online", "1-2"}}, "off [2-3]1 -1 off +0+0+1+1"},
       {{{"node/online", "0"}}, "[0-1]0 off off off +0+0+0+0"},
+      {{{"cpu/cpu1/topology/core_id", ""}, {"cpu/cpu1/online", ""}, {"cpu/cpu2/online", "x"}},
+       "[0-1]0 [2-3]1 1 off +0+0+1+1"},
       {{{"cpu/cpu2/online", "0"}}, "[0-1]0 [3]1 1 off +0+0-0+1"},
       {{{"cpu/cpu2/online", "0"}, {"cpu/cpu3/online", "0"}}, "[0-1]0 0 1 off +0+0-0-0"},
       {{{"node/node1/cpulist", "3-9,100000"}}, "[0-1]0 [3]1 1 off +0+0+0+1"},

@@ -54,6 +54,8 @@ struct FakeMachine {
     info.cpu_online_fmt = files.path() + "/cpu/cpu%d/online";
     info.core_id_fmt = files.path() + "/cpu/cpu%d/topology/core_id";
     info.configured_cpus = [] { return 4L; };
+    info.cpus_of_process = [] { return std::vector{0, 1, 2, 3}; };
+    info.nodes_forbidden = [] { return std::vector<int>(); };
     info.max_node = [] { return 3; };
     info.distance = [](int from, int to) {
       constexpr int kRows[][4] = {
