@@ -42,6 +42,7 @@ Subjects under_test(const Configurator& config) {
 
   Subjects subjects{{cpus.begin(), cpus.end()}, known, latency, {}};
   if (config.mem_mode == kMemNuma && !config.no_memnode) subjects.nodes = config.memnode_list;
+  subjects.unbound = config.mem_mode == kMemNuma && config.no_memnode;
   return subjects;
 }
 

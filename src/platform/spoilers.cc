@@ -40,8 +40,9 @@ Texts missing_msr(const Subjects& subjects, const SpoilerSources& from) {
   return {};
 }
 
-Texts numa_balancing(const Subjects& /*subjects*/, const SpoilerSources& from) {
+Texts numa_balancing(const Subjects& subjects, const SpoilerSources& from) {
   std::string mode;
+  if (!subjects.unbound) return {};
   if (!read_first_line(from.numa_balancing, mode) || mode.empty() || mode == "0") return {};
   return {"Automatic NUMA balancing is on (" + mode +
           "): memory that is bound to no node may fault and move while it is measured"};
@@ -92,8 +93,12 @@ Texts node_in_use(const Subjects& subjects, const SpoilerSources& from) {
     std::ifstream in(numbered_path(from.node_memory, node));
     const std::string text{std::istreambuf_iterator<char>(in), {}};
     const int64_t total = kilobytes(text, "MemTotal");
-    const int64_t free = kilobytes(text, "MemFree");
-    if (total <= 0 || free < 0 || free >= total / 2) continue;
+    int64_t free = kilobytes(text, "MemFree");
+    if (total <= 0 || free < 0) continue;
+    // The page cache gives way to who asks for memory; shared memory, a part of it, does not.
+    const int64_t cache = kilobytes(text, "FilePages") - std::max<int64_t>(kilobytes(text, "Shmem"), 0);
+    free += std::max<int64_t>(cache, 0);
+    if (free >= total / 2) continue;
     found.push_back("Memory node " + std::to_string(node) + " is in use, " +
                     std::to_string(100 * free / total) +
                     " % of it are free: its other users take a share of the bandwidth");
@@ -104,7 +109,8 @@ Texts node_in_use(const Subjects& subjects, const SpoilerSources& from) {
 Texts isolated(const Subjects& subjects, const SpoilerSources& from) {
   std::string list;
   if (!subjects.known || !read_first_line(from.isolated, list)) return {};
-  const std::vector<int> all = str_range_to_vector(list);
+  std::vector<int> all;
+  if (!parse_list(list, all).empty()) return {};
   std::vector<int> cpus;
   std::set_intersection(all.begin(), all.end(), subjects.cpus.begin(), subjects.cpus.end(),
                         std::back_inserter(cpus));
@@ -128,8 +134,9 @@ std::map<int, CpuTime> cpu_times(const std::string& path) {
     std::istringstream columns(line);
     std::string name;
     columns >> name;
-    if (name.size() <= 3 || name.substr(0, 3) != "cpu") continue;
-    CpuTime& time = times[to_int(name.substr(3))];
+    const auto cpu = name.starts_with("cpu") ? leading_number(name.substr(3)) : std::nullopt;
+    if (!cpu) continue;
+    CpuTime& time = times[static_cast<int>(*cpu)];
     int64_t ticks = 0;
     for (int column = 0; column < kColumns && columns >> ticks; ++column) {
       time.total += ticks;

@@ -14,6 +14,7 @@ struct Subjects {
   bool known = false;      // all of them do; else some do, and which is found out later
   bool latency = false;    // latency is measured
   std::vector<int> nodes;  // memory nodes
+  bool unbound = false;    // memory that is bound to no node is measured
 };
 
 // Files of the kernel, and how to wait between two looks at the CPUs' time. "%d" is a CPU or a

@@ -38,7 +38,7 @@ Texts Find(const std::string& name, const char* text) {
   }
   SpoilerSources from;
   from.msr = at + "msr%d";
-  from.numa_balancing = at + "balancing";
+  from.numa_balancing = at + (name == "bound" ? name : "balancing");
   from.governor = at + "governor%d";
   from.clock_source = at + "clock";
   from.huge_pages = at + "pages";
@@ -46,7 +46,7 @@ Texts Find(const std::string& name, const char* text) {
   from.isolated = at + "isolated";
   from.cpu_time = at + "stat";
   from.wait = [&at] { std::rename((at + "stat_later").c_str(), (at + "stat").c_str()); };
-  Texts found = find_spoilers({{1, 2}, true, true, {4}}, from);
+  Texts found = find_spoilers({{1, 2}, true, true, {4}, name != "bound"}, from);
   for (std::string& line : found) {  // the paths differ from run to run
     for (size_t i; (i = line.find(at)) != std::string::npos;) line.erase(i, at.size());
   }
@@ -59,6 +59,7 @@ TEST(Spoilers, AreFoundOneByOne) {
       {"none", "", {}},
       {"msr2", nullptr, {"No msr2: "}},
       {"balancing", "2\n", {"Automatic NUMA balancing is on (2): "}},
+      {"bound", "2\n", {}},
       {"governor1", "powersave\n", {"Frequency governor of CPU 1 is powersave, "}},
       {"clock", "hpet\n", {"Clock source is hpet, not tsc: "}},
       {"pages", "[always] madvise never\n", {"Transparent huge pages are set to always: "}},
@@ -66,9 +67,19 @@ TEST(Spoilers, AreFoundOneByOne) {
        "Node 4 MemTotal:  2000 kB\nNode 4 MemFree:  999 kB\n",
        {"Memory node 4 is in use, 49 % "}},
       {"node4", "Node 4 MemFree:  999 kB\n", {}},
+      {"node4",
+       "Node 4 MemTotal: 2000 kB\nNode 4 MemFree: 9 kB\nNode 4 FilePages: 1000 kB\n"
+       "Node 4 Shmem: 9 kB\n",
+       {}},
+      {"node4",
+       "Node 4 MemTotal: 2000 kB\nNode 4 MemFree: 9 kB\nNode 4 FilePages: 1000 kB\n"
+       "Node 4 Shmem: 10 kB\n",
+       {"Memory node 4 is in use, 49 % "}},
       {"isolated", "2-3\n", {"Isolated: CPU 2, "}},
       {"isolated", "0-3\n", {"Isolated: CPUs 1-2, "}},
       {"isolated", "\n", {}},
+      {"isolated", "1;2\n", {}},
+      {"stat", "cpux 1\ncpu99999999999999999999 1\ncpu 2\n", {}},
       {"stat_later",
        "cpu1 110 0 0 179 0 0 0 0\ncpu2 1 0 0 9 0\n",
        {"Busy: CPU 1, by up to 11 %: "}},
