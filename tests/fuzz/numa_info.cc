@@ -40,6 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   info.configured_cpus = [] { return 4L; };
   info.max_node = [] { return 3; };
   info.distance = Distance;
+  info.cpus_of_process = [] { return std::vector<int>(); };
   velmo_fuzz::Run([&info] {
     info.Parse();
     info.PrintInfo();

@@ -14,6 +14,7 @@ TEST(NumaInfo, ReadsTheMachine) {
     std::map<std::string, std::string> files;  // what differs from the fake machine
     // "[CPUs]local node" of each node, "off" for one that is not online; then the node of each CPU.
     std::string out;
+    int (*distance)(int, int) = nullptr;
   } rows[] = {
       {{}, "[0-1]0 [2-3]1 1 off +0+0+1+1"},
       // Nodes 1 and 3 are equally near to 2; 0 and 1 are so to 3, and 2 is nearer.
@@ -26,6 +27,10 @@ TEST(NumaInfo, ReadsTheMachine) {
       {{{"cpu/cpu2/online", "0"}}, "[0-1]0 [3]1 1 off +0+0-0+1"},
       {{{"cpu/cpu2/online", "0"}, {"cpu/cpu3/online", "0"}}, "[0-1]0 0 1 off +0+0-0-0"},
       {{{"node/node1/cpulist", "3-9,100000"}}, "[0-1]0 [3]1 1 off +0+0+0+1"},
+      // Node 1 is not there, which libnuma calls a distance of 0.
+      {{{"node/online", "0,2-3"}, {"node/node3/cpulist", "3"}},
+       "[0-1]0 off 0 [3]3 +0+0+0+3",
+       [](int, int to) { return to == 1 ? 0 : 20; }},
       {{{"node/online", "0-1,3"}},
        velmo::kWarningPrefix + std::string("Can't read node3 cpulist information.\n") +
            "[0-1]0 [2-3]1 off -1 +0+0+1+1"},
@@ -36,6 +41,7 @@ TEST(NumaInfo, ReadsTheMachine) {
     const Outcome outcome = RunForked([&] {
       velmo::Configurator config;
       machine.Install(config);
+      if (row.distance != nullptr) config.numa_info.distance = row.distance;
       config.numa_info.Parse();
       for (const auto& node : config.numa_info.numa_list) {
         if (node.has_cpu) std::cout << '[' << velmo::vector_to_str_range(node.cpu_list, 0) << ']';

@@ -15,7 +15,10 @@ expect 'Invalid thread. (2 <= thread <= 3): 4'
 # The kernel takes the topology of an offline CPU away, without which it counts as online.
 run -Z -M 2 -k 2 -l 0-1 -m 8m
 expect_status 1
-expect 'Failed to pin thread to CPU 1'
+expect 'Invalid load_cpu. cpu1 is offline.'
+run -Y -k 1
+expect_status 1
+expect 'cpu1 is offline or outside the cpuset of this process. Usable CPUs: 0,2-3'
 echo 1 >/sys/devices/system/cpu/cpu1/online
 
 echo 0 >/sys/devices/system/cpu/cpu2/online
