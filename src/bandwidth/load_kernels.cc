@@ -1,5 +1,7 @@
 #include "bandwidth/load_kernels.h"
 
+#include <immintrin.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
@@ -20,23 +22,17 @@ VELMO_INLINE void LoadPart(const char* base) {
   asm volatile("movdqa %c1(%0), %%xmm0" ::"r"(base), "i"(kOffset) : "xmm0");
 }
 
-template <Store kStore, int kOffset>
-VELMO_INLINE void StorePart(char* base) {  // NOLINT(readability-non-const-parameter): stored to
-  if constexpr (kStore == Store::kStreaming) {
-    asm volatile("movntdq %%xmm1, %c1(%0)" ::"r"(base), "i"(kOffset));
-  } else {
-    asm volatile("movdqa %%xmm1, %c1(%0)" ::"r"(base), "i"(kOffset));
-  }
-}
+// What is stored. Not zeros: lines of zeros are written at twice the speed of others by some
+// processors (seen with non-temporal stores on AMD family 25: 54 and 27 GB/s).
+VELMO_INLINE __m128i StoreData() { return _mm_set1_epi64x(0x9E3779B97F4A7C15); }
 
-// Fills the register that is stored. Not with zeros: lines of zeros are written at twice the speed
-// of others by some processors (seen with non-temporal stores on AMD family 25: 54 and 27 GB/s).
-VELMO_INLINE void SetStoreData() {
-  constexpr uint64_t kPattern = 0x9E3779B97F4A7C15;
-  asm volatile(
-      "movq %0, %%xmm1\n\t"
-      "punpcklqdq %%xmm1, %%xmm1" ::"r"(kPattern)
-      : "xmm1", "memory");
+template <Store kStore, int kOffset>
+VELMO_INLINE void StorePart(char* base, __m128i data) {  // NOLINT(*-non-const-parameter): stored to
+  if constexpr (kStore == Store::kStreaming) {
+    asm volatile("movntdq %1, %c2(%0)" ::"r"(base), "x"(data), "i"(kOffset));
+  } else {
+    asm volatile("movdqa %1, %c2(%0)" ::"r"(base), "x"(data), "i"(kOffset));
+  }
 }
 
 // Calls `access` with 0 .. kCount - 1 as compile-time constants.
@@ -56,10 +52,10 @@ VELMO_INLINE void LoadLine(const char* base) {
 }
 
 template <Store kStore, int kOffset, bool kWhole>
-VELMO_INLINE void StoreLine(char* base) {
+VELMO_INLINE void StoreLine(char* base, __m128i data) {
   if constexpr (kStore != Store::kNone) {
-    Repeat<kWhole ? kParts : 1>([base](auto part) __attribute__((always_inline)) {
-      StorePart<kStore, kOffset + part * kPartBytes>(base);
+    Repeat<kWhole ? kParts : 1>([ base, data ](auto part) __attribute__((always_inline)) {
+      StorePart<kStore, kOffset + part * kPartBytes>(base, data);
     });
   }
 }
@@ -83,13 +79,13 @@ __attribute__((noinline)) void RunKernel(void*& src, void*& dst, unsigned int co
   constexpr int kReads = static_cast<int>(kShape.read_lines);
   const char* s = static_cast<const char*>(src);
   char* d = static_cast<char*>(dst);
-  SetStoreData();
+  const __m128i data = StoreData();
   for (; count > 0; --count) {
-    Repeat<kBlockLines>([ s, d ](auto line) __attribute__((always_inline)) {
+    Repeat<kBlockLines>([ s, d, data ](auto line) __attribute__((always_inline)) {
       Repeat<kReads>([s](auto read) __attribute__((always_inline)) {
         LoadLine<(decltype(line)::value * kReads + read) * kLineBytes, kShape.whole_line>(s);
       });
-      StoreLine<kShape.store, line * kLineBytes, kShape.whole_line>(d);
+      StoreLine<kShape.store, line * kLineBytes, kShape.whole_line>(d, data);
     });
     s += ptrdiff_t{kReads} * kBlockLines * kLineBytes;
     d += ptrdiff_t{kBlockLines} * kLineBytes;
@@ -100,10 +96,10 @@ __attribute__((noinline)) void RunKernel(void*& src, void*& dst, unsigned int co
 
 template <Store kStore, bool kWhole>
 void RunGeneric(const char* s, char* d, unsigned int units, int64_t reads, int64_t writes) {
-  SetStoreData();
+  const __m128i data = StoreData();
   for (; units > 0; --units) {
     for (int64_t i = 0; i < reads; ++i, s += kLineBytes) LoadLine<0, kWhole>(s);
-    for (int64_t i = 0; i < writes; ++i, d += kLineBytes) StoreLine<kStore, 0, kWhole>(d);
+    for (int64_t i = 0; i < writes; ++i, d += kLineBytes) StoreLine<kStore, 0, kWhole>(d, data);
   }
   asm volatile("" ::: "memory");
 }

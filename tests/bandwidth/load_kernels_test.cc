@@ -64,7 +64,7 @@ std::string Loop(const Row& row, const std::string& src, const std::string& dst)
   };
   for (int line = 0; line < 256; line += 64) {
     access("movdqa ", "\\(" + src + "\\),%xmm0;", line * row.loaded, (line + 64) * row.loaded);
-    if (!row.store.empty()) access(row.store + " %xmm1,", "\\(" + dst + "\\);", line, line + 64);
+    if (!row.store.empty()) access(row.store + " %xmm[01],", "\\(" + dst + "\\);", line, line + 64);
   }
   if (row.loaded != 0) form << "\\w+:add \\$0x" << 256 * row.loaded << ',' << src << ';';
   if (!row.store.empty()) form << "\\w+:add \\$0x100," << dst << ';';
