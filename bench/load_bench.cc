@@ -3,44 +3,26 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <cstring>
 
-#include "bandwidth/load_worker.h"
-#include "mem/mapping.h"
+#include "bandwidth/load_plan.h"
+#include "mem/buffer.h"
 
 namespace velmo {
 namespace {
 
 constexpr long kRegion = 1L << 30;
 
-// Two regions, to read and to write, as a load worker has them.
-class Regions {
- public:
-  Regions() {
-    mmap_numa(buf_, 2 * kRegion, 0, true);
-    std::memset(buf_, 0, 2 * kRegion);
-  }
-  ~Regions() { munmap_numa(buf_, 2 * kRegion); }
-  Regions(const Regions&) = delete;
-  Regions& operator=(const Regions&) = delete;
-  char* read() const { return static_cast<char*>(buf_); }
-  char* write() const { return read() + kRegion; }
-
- private:
-  void* buf_ = nullptr;
-};
-
 // Arguments: read, write, stream, full.
 void Load(benchmark::State& state) {
-  static const Regions regions;
+  static const Buffer regions({}, 2 * kRegion);  // to read and to write
   const Mix mix{static_cast<int32_t>(state.range(0)), static_cast<int32_t>(state.range(1)),
                 static_cast<int32_t>(state.range(2))};
   const LoadPlan plan(mix, state.range(3) != 0, kBlocksPerPass);
   const long passes = kRegion / std::max(plan.read_step, plan.write_step);
   for (auto _ : state) {
     for (long pass = 0; pass < passes; ++pass) {
-      void* src = regions.read() + pass * plan.read_step;
-      void* dst = regions.write() + pass * plan.write_step;
+      void* src = regions.bytes() + pass * plan.read_step;
+      void* dst = regions.bytes() + kRegion + pass * plan.write_step;
       if (plan.kernel != nullptr) {
         plan.kernel(src, dst, kBlocksPerPass, 0);
       } else {

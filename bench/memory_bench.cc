@@ -3,32 +3,13 @@
 
 #include <benchmark/benchmark.h>
 
-#include <cstring>
-
 #include "latency/chase.h"
 #include "latency/lat_worker.h"
+#include "mem/buffer.h"
 #include "mem/chain.h"
-#include "mem/mapping.h"
 
 namespace velmo {
 namespace {
-
-// An unbound, zeroed buffer.
-class Buffer {
- public:
-  explicit Buffer(long size) : size_(size) {
-    mmap_numa(buf_, size, 0, true);
-    std::memset(buf_, 0, size);
-  }
-  ~Buffer() { munmap_numa(buf_, size_); }
-  Buffer(const Buffer&) = delete;
-  Buffer& operator=(const Buffer&) = delete;
-  void*& get() { return buf_; }
-
- private:
-  void* buf_ = nullptr;
-  long size_;
-};
 
 void ReportPerElement(benchmark::State& state, long elements) {
   const auto kIsRate = benchmark::Counter::kIsIterationInvariantRate;
@@ -42,55 +23,53 @@ long SizeOf(const benchmark::State& state) { return state.range(0) << 20; }
 int StrideOf(const benchmark::State& state) { return static_cast<int>(state.range(1)); }
 
 void MapAndZero(benchmark::State& state) {
-  for (auto _ : state) const Buffer buffer(SizeOf(state));
+  for (auto _ : state) const Buffer buffer({}, SizeOf(state));
   state.SetBytesProcessed(state.iterations() * SizeOf(state));
 }
 
 template <int (*make_chain)(void*&, long, int)>
 void LayChain(benchmark::State& state) {
-  Buffer buffer(SizeOf(state));
-  for (auto _ : state) make_chain(buffer.get(), SizeOf(state), StrideOf(state));
+  const Buffer buffer({}, SizeOf(state));
+  void* data = buffer.data();
+  for (auto _ : state) make_chain(data, SizeOf(state), StrideOf(state));
   ReportPerElement(state, SizeOf(state) / StrideOf(state));
 }
 
 void Flush(benchmark::State& state) {
-  Buffer buffer(SizeOf(state));
+  const Buffer buffer({}, SizeOf(state));
   const long lines = SizeOf(state) / StrideOf(state);
-  for (auto _ : state) flush_lines(buffer.get(), lines, StrideOf(state));
+  for (auto _ : state) flush_lines(buffer.data(), lines, StrideOf(state));
   ReportPerElement(state, lines);
 }
 
 // All of it, as a latency run does it.
 void SetUp(benchmark::State& state) {
-  Configurator config;
-  config.mem_size = SizeOf(state);
-  config.stride = StrideOf(state);
-  LatWorker worker(config);
+  LatWorker worker({.stride = StrideOf(state)});
   const auto pattern = static_cast<access_type_t>(state.range(2));
   for (auto _ : state) {
-    Buffer buffer(SizeOf(state));
-    worker.SetMem(buffer.get());
-    worker.InitParameter(pattern, 0, 0, false);
+    const Buffer buffer({}, SizeOf(state));
+    worker.SetMem(buffer.data(), buffer.size());
+    worker.InitParameter(pattern, false);
   }
 }
 
 // A random chase two ways: the average that Burst reports and Simple over the same chain.
 void ChaseRandom(benchmark::State& state) {
-  Buffer buffer(SizeOf(state));
-  make_rnd_chain(buffer.get(), SizeOf(state), StrideOf(state));
+  const Buffer buffer({}, SizeOf(state));
+  lay_chain(buffer.data(), SizeOf(state), StrideOf(state), kRandom);
   constexpr long kSteps = 1'000'000;
-  const void* p = buffer.get();
+  const void* p = buffer.data();
   for (auto _ : state) p = Chase(p, kSteps);
   ReadChunk(p, 1);
   ReportPerElement(state, kSteps);
 }
 
 void SampleRandom(benchmark::State& state) {
-  Buffer buffer(SizeOf(state));
-  make_rnd_chain(buffer.get(), SizeOf(state), StrideOf(state));
+  const Buffer buffer({}, SizeOf(state));
+  lay_chain(buffer.data(), SizeOf(state), StrideOf(state), kRandom);
   constexpr long kSteps = 1'000'000;
   std::vector<int64_t> hist(kMaxCycles + 1);
-  const void* p = buffer.get();
+  const void* p = buffer.data();
   for (auto _ : state) p = Sample(p, kSteps, hist.data());
   ReadChunk(p, 1);
   ReportPerElement(state, kSteps);

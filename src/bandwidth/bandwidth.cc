@@ -1,12 +1,9 @@
 #include "bandwidth/bandwidth.h"
 
-#include <algorithm>
 #include <chrono>
 #include <iomanip>
 #include <iostream>
-#include <numeric>
 #include <optional>
-#include <span>
 #include <string>
 #include <thread>
 #include <utility>
@@ -15,23 +12,10 @@
 #include "app/log_file.h"
 #include "app/progress.h"
 #include "app/system.h"
-#include "mem/report.h"
+#include "bandwidth/bandwidth_report.h"
+#include "mem/memory_report.h"
 
 namespace velmo {
-namespace {
-
-// Busy-waits: the main thread's CPU stays awake and the second is exact. A system clock that is set
-// meanwhile shortens it, or makes it two; the samples have a clock of their own.
-void wait_one_second() {
-  using Clock = std::chrono::system_clock;
-  Clock::time_point start = Clock::now();
-  for (Clock::time_point now = start; now - start < std::chrono::seconds(1); now = Clock::now()) {
-    start = std::min(start, now);
-  }
-}
-
-}  // namespace
-
 Bandwidth::Bandwidth(Configurator config) : LoadBench(std::move(config)) {}
 
 void Bandwidth::Run() {
@@ -43,7 +27,7 @@ void Bandwidth::Run() {
 
 std::vector<Mix> Bandwidth::Workloads() const {
   if (config_.basic_workload) return {basic_workloads_.begin(), basic_workloads_.end()};
-  return {{config_.read, config_.write, config_.stream ? 1 : 0}};
+  return {ConfiguredMix()};
 }
 
 void Bandwidth::MeasureTarget() {
@@ -59,12 +43,7 @@ void Bandwidth::MeasureTarget() {
   }
   PrintSetup();
   std::cout << "(Sequential)\n";
-  for (const Mix& mix : workloads) {
-    config_.read = mix.read;
-    config_.write = mix.write;
-    config_.stream = mix.stream != 0;
-    Measure();
-  }
+  for (const Mix& mix : workloads) Measure(mix);
   StopSpinners();
   ReleaseBuffers();
 }
@@ -84,13 +63,13 @@ void Bandwidth::WriteLoadLines(std::ostream& out) const {
   out << '\n';
 }
 
-void Bandwidth::Measure() {
-  std::cout << "\nRead Ratio : " << config_.read << " Write Ratio: " << config_.write << '\n';
-  if (config_.stream) std::cout << "Using non-temporal write\n";
+void Bandwidth::Measure(const Mix& mix) {
+  std::cout << "\nRead Ratio : " << mix.read << " Write Ratio: " << mix.write << '\n';
+  if (mix.stream != 0) std::cout << "Using non-temporal write\n";
 
   std::optional<Progress> progress;
   progress.emplace(Phase{.label = "Preparing the load"});
-  LoadTeam team(config_, LoadCpus(), LoadBuffers(), buf_size_, config_.use_pa_set);
+  LoadTeam team(Load(mix), LoadCpus(), Regions());
   team.Park();
   progress.emplace(Phase{.label = "Measuring bandwidth",
                          .left = config_.use_pa_set ? 0.0 : config_.iter,
@@ -98,70 +77,42 @@ void Bandwidth::Measure() {
   if (config_.use_pa_set) {
     RunAnalyzer(team);
   } else {
-    team.OpenGate();
-    SampleIterations(team);
-    team.Stop();
+    const BandwidthResult result = MeasureBandwidth(
+        team, {.intervals = config_.iter - kBandwidthWarmUp, .warm_up = kBandwidthWarmUp},
+        [](int number, double bandwidth) { WriteInterval(std::cout, number, bandwidth); });
     check_still_pinned(bw_cpus_.front());
-    WriteSummary(std::cout);
-    if (config_.verbose >= 1) WriteLog();
+    WriteBandwidth(std::cout, result);
+    if (config_.verbose >= 1) WriteLog(mix, result);
   }
   std::cout << kSeparator;
-}
-
-void Bandwidth::SampleIterations(LoadTeam& team) {
-  constexpr int kReserved = 1 << 16;  // "-i 2147483643" means "until I end it", not 16 GiB
-  iter_bw_.clear();
-  iter_bw_.reserve(std::min(config_.iter, kReserved));
-  for (int i = 0; i < config_.iter; ++i) {
-    wait_one_second();
-    double sum = 0;
-    for (size_t t = 0; t < team.size(); ++t) sum += team.Sample(t);
-    iter_bw_.push_back(i < kBandwidthWarmUp ? sum : sum * 1e-6);
-    if (i < kBandwidthWarmUp) continue;
-    std::cout << '#' << i - kBandwidthWarmUp + 1 << ": " << iter_bw_.back() << " MB/s\n";
-  }
 }
 
 void Bandwidth::RunAnalyzer(LoadTeam& team) const {
   Info() << "BW thread setting is complete. Start Protocol Analyzer.\n\n";
   std::this_thread::sleep_for(std::chrono::seconds(10));
-  team.OpenGate();
-  std::this_thread::sleep_for(std::chrono::seconds(1));
-  double sum = 0;
-  for (size_t t = 0; t < team.size(); ++t) {
-    const double bandwidth = team.Join(t);
-    std::cout << "Thread " << std::setw(2) << team.cpu(t) << " BW: " << bandwidth << " MB/s\n";
-    sum += bandwidth;
-  }
-  std::cout << "\nSum of BW: " << sum << " MB/s\n";
+  const BandwidthResult result = MeasurePasses(team, [](int cpu, double bandwidth) {
+    std::cout << "Thread " << std::setw(2) << cpu << " BW: " << bandwidth << " MB/s\n";
+  });
+  std::cout << "\nSum of BW: " << result.average << " MB/s\n";
 }
 
-void Bandwidth::WriteSummary(std::ostream& out) const {
-  const auto counted = std::span(iter_bw_).subspan(kBandwidthWarmUp);
-  const double total = std::accumulate(counted.begin(), counted.end(), 0.0);
-  const auto [lowest, highest] = std::minmax_element(counted.begin(), counted.end());
-  out << "Avg. BW: " << total / static_cast<double>(counted.size()) << " MB/s\n"
-      << "Max. BW: " << *highest << " MB/s\n"
-      << "Min. BW: " << *lowest << " MB/s\n";
-}
-
-void Bandwidth::WriteLog() const {
+void Bandwidth::WriteLog(const Mix& mix, const BandwidthResult& result) const {
   std::string name = config_.output.empty() ? "mem" + std::to_string(node_idx_) + "_BW_result_"
                                             : config_.output + "_";
-  LogFile log(name + MixName() + "_" + time_stamp() + ".txt");
+  LogFile log(name + MixName(mix) + "_" + time_stamp() + ".txt");
   log << std::fixed << std::setprecision(2) << "Bandwidth\n";
   if (config_.full) log << "Using Full Instruction\n";
   log << "memory size: " << static_cast<double>(buf_size_) / kBytesPerMiB << " MiB/thread\n"
       << "chunk size : " << config_.chunk * 8 << " Byte\n";
   WriteLoadLines(log);
   log << "the number of BW threads: " << thread_num_ - 1 << "\n\n"
-      << "Read Ratio: " << config_.read << " Write Ratio: " << config_.write << '\n';
-  if (config_.stream) log << "Using non-temporal write\n";
+      << "Read Ratio: " << mix.read << " Write Ratio: " << mix.write << '\n';
+  if (mix.stream != 0) log << "Using non-temporal write\n";
   log << '\n';
-  for (size_t i = kBandwidthWarmUp; i < iter_bw_.size(); ++i) {
-    log << '#' << i - kBandwidthWarmUp + 1 << ": " << iter_bw_[i] << " MB/s\n";
+  for (size_t i = 0; i < result.seconds.size(); ++i) {
+    WriteInterval(log, static_cast<int>(i) + 1, result.seconds[i]);
   }
-  WriteSummary(log);
+  WriteBandwidth(log, result);
 }
 
 }  // namespace velmo

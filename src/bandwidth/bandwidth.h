@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "bandwidth/load_bench.h"
-#include "bandwidth/load_team.h"
+#include "bandwidth/measure_bandwidth.h"
 
 namespace velmo {
 
@@ -18,12 +18,11 @@ class Bandwidth : public LoadBench {
 
   void Run() override;
 
-  // One measurement of the configuration's mix over all load threads, printed and logged: the sum
+  // One measurement of `mix` over all load threads, printed and logged: the sum
   // over the threads once a second, then average, maximum and minimum. In the protocol-analyzer
   // mode every thread runs a fixed number of passes and reports its own figure; nothing is logged.
-  void Measure();
+  void Measure(const Mix& mix);
 
-  std::vector<double> iter_bw_;  // sum over the load threads, per iteration; MB/s where counted
   std::array<Mix, 6> basic_workloads_{
       {{1, 0, 0}, {0, 1, 1}, {3, 1, 0}, {2, 1, 0}, {1, 1, 0}, {2, 1, 1}}};
 
@@ -32,10 +31,8 @@ class Bandwidth : public LoadBench {
   void MeasureTarget();
   void PrintSetup() const;
   void WriteLoadLines(std::ostream& out) const;
-  void SampleIterations(LoadTeam& team);
   void RunAnalyzer(LoadTeam& team) const;
-  void WriteSummary(std::ostream& out) const;
-  void WriteLog() const;
+  void WriteLog(const Mix& mix, const BandwidthResult& result) const;
 };
 
 }  // namespace velmo

@@ -28,8 +28,6 @@ int64_t pass_size(const Mix& mix, bool full) {
 
 }  // namespace
 
-LoadBench::~LoadBench() { ReleaseBuffers(); }
-
 std::vector<NumaInfo::cpu_ctx> LoadBench::CandidateCpus() {
   if (!config_.load_cpu.empty()) return config_.load_cpu;
   if (config_.bandwidth_local == 1) {
@@ -86,7 +84,6 @@ void LoadBench::ChooseLoadCpus(const NumaInfo::cpu_ctx* reserved) {
 }
 
 void LoadBench::StartLoadSpinners() {
-  spin_flag_ = true;
   auto next_load_node = load_nodes_.begin();
   for (size_t n = 0; n < config_.node_cpus.size() && next_load_node != load_nodes_.end(); ++n) {
     const auto& cpus = config_.node_cpus[n];
@@ -146,26 +143,36 @@ void LoadBench::EnsurePass(const std::vector<Mix>& mixes, int64_t free) {
 }
 
 void LoadBench::AllocBuffers(int64_t first_offset) {
-  bufs_.assign(thread_num_, nullptr);
-  run_pinned(LoadCpus(), [this, first_offset](size_t i) {
-    const long size = 2 * buf_size_;
-    AllocMem(bufs_[i + 1], size, first_offset + static_cast<long>(i) * size);
+  const int64_t size = 2 * buf_size_;
+  bufs_.resize(thread_num_ - 1);
+  run_pinned(LoadCpus(), [&](size_t i) {
+    bufs_[i] = AllocMem(size, -1, first_offset + static_cast<int64_t>(i) * size);
   });
 }
 
-std::string LoadBench::MixName() const {
-  std::string name;
-  if (config_.read != 0) name += std::to_string(config_.read) + "r";
-  if (config_.write != 0) name += std::to_string(config_.write) + (config_.stream ? "wn" : "w");
-  return name;
+std::vector<LoadRegions> LoadBench::Regions() const {
+  std::vector<LoadRegions> regions;
+  for (const Buffer& buf : bufs_) regions.push_back({buf.data(), buf_size_});
+  return regions;
 }
 
-void LoadBench::ReleaseBuffers() {
-  for (void*& buf : bufs_) {
-    ReleaseMem(buf, 2 * buf_size_);
-    buf = nullptr;
-  }
-  bufs_.clear();
+Mix LoadBench::ConfiguredMix() const {
+  return {config_.read, config_.write, config_.stream ? 1 : 0};
+}
+
+LoadSpec LoadBench::Load(const Mix& mix) const {
+  return {.mix = mix,
+          .full = config_.full,
+          .delay = static_cast<uint32_t>(config_.bw_delay),
+          .stride = config_.stride,
+          .passes = config_.use_pa_set ? config_.use_pa : 0};
+}
+
+std::string LoadBench::MixName(const Mix& mix) {
+  std::string name;
+  if (mix.read != 0) name += std::to_string(mix.read) + "r";
+  if (mix.write != 0) name += std::to_string(mix.write) + (mix.stream != 0 ? "wn" : "w");
+  return name;
 }
 
 }  // namespace velmo

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "bandwidth/load_worker.h"
-#include "mem/bench.h"
+#include "bandwidth/load_team.h"
+#include "latency/bench.h"
 
 namespace velmo {
 
@@ -17,13 +17,13 @@ class LoadBench : public Bench {
 
   int thread_num_ = 0;        // threads with the main one, which is thread 0
   int64_t buf_size_ = -1;     // bytes of each of a load thread's two regions
-  std::vector<void*> bufs_;   // one a thread, 2 * buf_size_ bytes; null for the main thread
+  std::vector<Buffer> bufs_;  // one a load thread, 2 * buf_size_ bytes
   std::vector<int> bw_cpus_;  // CPU of each thread, rising
   std::string bw_cpus_str_;   // those of the load threads, as ranges
   std::string bw_numa_str_;   // their nodes, as ranges
 
  protected:
-  ~LoadBench();
+  ~LoadBench() = default;
 
   // Chooses the CPUs of the current target's threads: those of -l, else those of its CPU node when
   // the load is bound to one, else all; -j of them. Pins the calling thread to the first. exit(1)
@@ -42,14 +42,18 @@ class LoadBench : public Bench {
   // Every buffer is mapped and first touched on the CPU that will use it. In a physical range the
   // first lies `first_offset` bytes behind its start, the others behind one another.
   void AllocBuffers(int64_t first_offset);
-  void ReleaseBuffers();
+  void ReleaseBuffers() { bufs_.clear(); }
+
+  // The mix of the configuration, and the load that it means.
+  Mix ConfiguredMix() const;
+  LoadSpec Load(const Mix& mix) const;
 
   // The mix as a part of a log name: "2r1w", "1wn".
-  std::string MixName() const;
+  static std::string MixName(const Mix& mix);
 
-  // CPUs and buffers of the load threads alone.
+  // CPUs and regions of the load threads alone.
   std::vector<int> LoadCpus() const { return {bw_cpus_.begin() + 1, bw_cpus_.end()}; }
-  std::vector<void*> LoadBuffers() const { return {bufs_.begin() + 1, bufs_.end()}; }
+  std::vector<LoadRegions> Regions() const;
 
  private:
   std::vector<NumaInfo::cpu_ctx> CandidateCpus();

@@ -1,19 +1,18 @@
 #include "bandwidth/load_team.h"
 
-#include <chrono>
 #include <utility>
 
 #include "app/system.h"
 
 namespace velmo {
 
-LoadTeam::LoadTeam(const Configurator& config, std::vector<int> cpus,
-                   const std::vector<void*>& bufs, int64_t region, bool analyzer)
+LoadTeam::LoadTeam(const LoadSpec& spec, std::vector<int> cpus,
+                   const std::vector<LoadRegions>& regions)
     : cpus_(std::move(cpus)), last_sample_(cpus_.size()) {
-  for (size_t i = 0; i < cpus_.size(); ++i)
-    workers_.push_back(std::make_unique<LoadWorker>(config));
-  run_pinned(cpus_,
-             [&](size_t i) { workers_[i]->SetMem(bufs[i], region, analyzer ? cpus_[i] : -1); });
+  for (size_t i = 0; i < cpus_.size(); ++i) workers_.push_back(std::make_unique<LoadWorker>(spec));
+  run_pinned(cpus_, [&](size_t i) {
+    workers_[i]->SetMem(regions[i].data, regions[i].region, spec.passes > 0 ? cpus_[i] : -1);
+  });
 }
 
 LoadTeam::~LoadTeam() { Stop(); }
@@ -22,26 +21,12 @@ void LoadTeam::Park() {
   threads_.reserve(workers_.size());
   for (size_t i = 0; i < workers_.size(); ++i) {
     threads_.push_back(start_thread([this, i] {
-      workers_[i]->Start(mutex_, cond_, waiting_);
+      workers_[i]->Start(gate_);
       check_still_pinned(cpus_[i]);
     }));
     set_thread_affinity(&threads_.back(), cpus_[i]);
   }
-  WaitUntilParked();
-}
-
-void LoadTeam::WaitUntilParked() const {
-  while (waiting_ != static_cast<int>(threads_.size())) {
-    std::this_thread::sleep_for(std::chrono::microseconds(1));
-  }
-}
-
-void LoadTeam::OpenGate() {
-  opened_ = true;
-  do {
-    pthread_cond_broadcast(&cond_);
-    std::this_thread::sleep_for(std::chrono::microseconds(10));
-  } while (waiting_ != 0);
+  gate_.AwaitArrival(static_cast<int>(threads_.size()));
 }
 
 double LoadTeam::Sample(size_t i) {
@@ -53,10 +38,7 @@ double LoadTeam::Sample(size_t i) {
 
 void LoadTeam::Stop() {
   for (const auto& worker : workers_) worker->stop_ = true;
-  if (!opened_) {
-    WaitUntilParked();
-    OpenGate();
-  }
+  OpenGate();
   for (std::thread& thread : threads_) {
     if (thread.joinable()) thread.join();
   }

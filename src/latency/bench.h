@@ -5,19 +5,18 @@
 
 #include <atomic>
 #include <cstdint>
-#include <thread>
-#include <vector>
+#include <optional>
 
 #include "app/progress.h"
+#include "app/spinners.h"
 #include "config/configurator.h"
+#include "latency/measure_latency.h"
+#include "mem/buffer.h"
 
 namespace velmo {
 
 inline constexpr int64_t kBufferGrain = int64_t{2} << 20;    // buffer sizes are multiples of this
 inline constexpr int64_t kDefaultBuffer = int64_t{2} << 30;  // where neither user nor memory says
-
-// Bytes of memory that the machine has.
-int64_t machine_memory();
 
 class Bench {
  public:
@@ -28,15 +27,15 @@ class Bench {
   // Measures every memory target of the configuration.
   virtual void Run() = 0;
 
-  // Maps `size` bytes of the current target's memory and zeroes them, which faults every page in.
-  // `offset` counts for a physical range only. A failure ends the program (mem/mapping.h).
-  void AllocMem(void*& buf, long size, long offset);
+  // The memory target under test.
+  MemoryTarget Target() const;
+
+  // A buffer of the current target, first touched on `cpu` (-1: the calling thread's). `offset`
+  // counts for a physical range only. A failure ends the program (mem/mapping.h).
+  Buffer AllocMem(int64_t size, int cpu, int64_t offset);
 
   // Shows the wait for AllocMem to zero `bytes`, by any number of threads.
   Progress ShowZeroing(int64_t bytes);
-
-  // Releases what AllocMem mapped; a null `buf` is ignored.
-  void ReleaseMem(void*& buf, long size) const;
 
   // Bytes of the current target that a run may use: free_ratio_ of what is free on its node or file
   // system, 4 GiB for memory without a node, 0 for devices. exit(1) when the file system cannot be
@@ -54,50 +53,34 @@ class Bench {
   // a CPU.
   NumaInfo::cpu_ctx GetCPUNode();
 
-  // Keeps its CPU busy until spin_flag_ is false.
-  static void Spin();
-
-  // Starts a thread that spins until StopSpinners, pinned to `cpu`, or unpinned when `cpu` is null.
-  // It has the kernel's idle priority: it keeps its CPU awake, and leaves it to
-  // any other thread, a measuring one on a machine with one core included.
+  // Keeps `cpu` busy until StopSpinners, or any CPU when it is null.
   void StartSpinner(const NumaInfo::cpu_ctx* cpu);
-
-  // Ends and joins the threads of StartSpinner.
   void StopSpinners();
 
-  static std::atomic<bool> spin_flag_;  // false ends Spin
-
   Configurator config_;
-  std::vector<std::thread> threads_;  // spinning threads
-  uint32_t node_idx_ = 0;             // memory target under test
-  int64_t free_mem_ = 0;              // usable bytes of the target
-  double free_ratio_ = 0.8;           // share of the free memory that is usable
+  std::optional<Spinners> spinners_;
+  uint32_t node_idx_ = 0;    // memory target under test
+  int64_t free_mem_ = 0;     // usable bytes of the target
+  double free_ratio_ = 0.8;  // share of the free memory that is usable
 
  protected:
-  ~Bench() { StopSpinners(); }
+  ~Bench() = default;
+
+  // Stride, chunk and delay of the configuration, measured from `cpu`.
+  LatencySpec ChaseSpec(const NumaInfo::cpu_ctx& cpu) const;
+
+  // Says which chain may be measured in `size` bytes with the prefetchers `off` or not: where they
+  // stay on, with a message, only a random one, for which the stride is raised to 256 bytes.
+  // exit(1) when the buffer does not hold one stride.
+  void ChoosePattern(bool off, int64_t size, LatencySpec& spec) const;
+
+  // exit(1) when `size` bytes do not hold one `stride`.
+  static void CheckHoldsStride(int64_t size, int32_t stride);
 
  private:
   int FindNearestCpuNode();
 
   std::atomic<int64_t> zeroed_{0};  // bytes since the last ShowZeroing
-};
-
-// A buffer of the current target, released with its owner.
-class TargetBuffer {
- public:
-  TargetBuffer(Bench& bench, long size, long offset) : bench_(bench), size_(size) {
-    const Progress progress = bench_.ShowZeroing(size_);
-    bench_.AllocMem(buf_, size_, offset);
-  }
-  ~TargetBuffer() { bench_.ReleaseMem(buf_, size_); }
-  TargetBuffer(const TargetBuffer&) = delete;
-  TargetBuffer& operator=(const TargetBuffer&) = delete;
-  void* get() const { return buf_; }
-
- private:
-  Bench& bench_;
-  void* buf_ = nullptr;
-  long size_;
 };
 
 }  // namespace velmo

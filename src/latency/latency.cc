@@ -10,8 +10,10 @@
 
 #include "app/console.h"
 #include "app/system.h"
-#include "mem/report.h"
-#include "platform/prefetch.h"
+#include "latency/latency_report.h"
+#include "latency/latency_thread.h"
+#include "mem/memory_report.h"
+#include "platform/prefetchers_off.h"
 
 namespace velmo {
 namespace {
@@ -22,10 +24,10 @@ constexpr double kLayTime = 20e-9;
 // What the measurement of a worker that is set up will do.
 struct Work {
   Work(const LatWorker& worker, bool delayed) {
-    const auto samples = static_cast<double>((worker.laps_ - 1) * worker.elements_);
-    const auto loads = static_cast<double>(worker.loads_);
-    steps = static_cast<double>(worker.elements_) + loads + samples;
-    if (delayed) pauses = (loads + samples + worker.burst_len_) * worker.config_.delay * 1e-9;
+    const LatencySpec& spec = worker.spec_;
+    steps = static_cast<double>(spec.warm_up + spec.loads + spec.samples);
+    const auto delays = static_cast<double>(spec.loads + spec.samples + worker.burst_len_);
+    if (delayed) pauses = delays * spec.delay_ns * 1e-9;
   }
 
   double steps;       // loads, the warm-up's included
@@ -52,25 +54,27 @@ void Latency::MeasureTarget() {
   UpdateFreeMem();
   if (config_.mem_size == -1) config_.mem_size = kDefaultBuffer;
   config_.mem_size = std::min(config_.mem_size, free_mem_);
-  check_holds_stride(config_.mem_size, config_.stride);
+  CheckHoldsStride(config_.mem_size, config_.stride);
 
   NumaInfo::cpu_ctx cpu = config_.latency_cpu;
   if (cpu.cpu_id == -1) cpu = GetCPUNode();
   std::cout << "cpu-numa_id: " << cpu.numa_id << '\n';
 
-  LatWorker worker(config_);
-  worker.config_.latency_cpu = cpu;
-  spin_flag_ = true;
   if (config_.node_spinners) StartSpinners(cpu);
-  const TargetBuffer buffer(*this, config_.mem_size, 0);
-  worker.SetMem(buffer.get());
+  const Buffer buffer = [this] {
+    const Progress progress = ShowZeroing(config_.mem_size);
+    return AllocMem(config_.mem_size, -1, 0);
+  }();
   PrintSetup(cpu);
 
-  const access_type_t pattern = prepare_pattern(worker);
-  if (config_.delayed_latency) MeasureOn(worker, pattern, &LatWorker::Delayed);
-  if (config_.burst_latency) MeasureOn(worker, pattern, &LatWorker::Burst);
-  restore_prefetch();
-  if (config_.node_spinners) StopSpinners();
+  const PrefetchersOff prefetchers(cpu.cpu_id);
+  LatencySpec spec = ChaseSpec(cpu);
+  ChoosePattern(prefetchers.off(), config_.mem_size, spec);
+  LatWorker worker(spec, config_.iter);
+  worker.SetMem(buffer.data(), buffer.size());
+  if (config_.delayed_latency) MeasureOn(worker, cpu, true);
+  if (config_.burst_latency) MeasureOn(worker, cpu, false);
+  StopSpinners();
 }
 
 // One spinning thread a node, away from the measuring core where the node has another.
@@ -87,28 +91,33 @@ void Latency::StartSpinners(const NumaInfo::cpu_ctx& measuring) {
 void Latency::PrintSetup(const NumaInfo::cpu_ctx& cpu) const {
   write_memory_line(std::cout, config_, static_cast<int>(node_idx_), "base addr  : 0x");
   std::cout << "\ncpu_id     : " << cpu.cpu_id << '\n';
-  write_size_lines(std::cout, config_, config_.stride);
+  write_size_lines(std::cout, config_, config_.mem_size, config_.stride);
 }
 
-void Latency::MeasureOn(LatWorker& worker, access_type_t pattern, LatThread::Operation operation) {
+void Latency::MeasureOn(LatWorker& worker, const NumaInfo::cpu_ctx& cpu, bool delayed) {
   std::optional<Progress> progress;
-  const int64_t elements = config_.mem_size / worker.config_.stride;
+  const int64_t elements = worker.size_ / worker.spec_.stride;
   progress.emplace(
       Phase{.label = "Laying the chain", .left = kLayTime * static_cast<double>(elements)});
-  worker.InitParameter(pattern, static_cast<int>(node_idx_), config_.verbose, false);
+  worker.InitParameter(worker.spec_.pattern, false);
 
-  const bool delayed = operation == &LatWorker::Delayed;
   const Work work(worker, delayed);
   progress.emplace(Phase{.label = delayed ? "Measuring delayed latency" : "Measuring burst latency",
                          .left = work.pauses + work.steps * step_time_,
-                         .measuring = {worker.config_.latency_cpu.cpu_id}});
+                         .measuring = {worker.spec_.cpu}});
+  AnnounceLatency(worker.spec_.pattern, delayed);
   const long start = monotonic_ns();
-  LatThread thread(worker, operation);
-  std::this_thread::sleep_for(std::chrono::seconds(1));
-  thread.Release();
-  thread.Join();
+  {
+    LatThread thread(worker, delayed ? &LatWorker::Delayed : &LatWorker::Burst);
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    thread.Release();
+    thread.Join();
+  }
   const double elapsed = static_cast<double>(monotonic_ns() - start) * 1e-9;
   step_time_ = (elapsed - work.pauses) / work.steps;
+  worker.Summary(config_.tsc_freq);
+  ReportLatency({config_, node_idx_, cpu, worker.size_, worker.spec_, delayed, worker.samples_,
+                 worker.result_});
 }
 
 }  // namespace velmo

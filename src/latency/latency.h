@@ -2,9 +2,8 @@
 
 #pragma once
 
-#include "latency/lat_run.h"
+#include "latency/bench.h"
 #include "latency/lat_worker.h"
-#include "mem/bench.h"
 
 namespace velmo {
 
@@ -14,7 +13,7 @@ class Latency : public Bench {
 
   // Measures every target from the CPU next to it (or the one that was given), prefetchers off.
   // Where they cannot be switched off, a random chase stands in, with a message. What is printed
-  // and logged is LatWorker's summary behind the set-up.
+  // and logged is the worker's result behind the set-up.
   void Run() override;
 
  private:
@@ -22,8 +21,8 @@ class Latency : public Bench {
   void StartSpinners(const NumaInfo::cpu_ctx& measuring);
   void PrintSetup(const NumaInfo::cpu_ctx& cpu) const;
 
-  // Runs `operation` on its own thread, released one second after its start.
-  void MeasureOn(LatWorker& worker, access_type_t pattern, LatThread::Operation operation);
+  // Measures on a thread of its own, released one second after its start, and reports.
+  void MeasureOn(LatWorker& worker, const NumaInfo::cpu_ctx& cpu, bool delayed);
 
   double step_time_ = 150e-9;  // s of a step without its delay: a guess, later the latest
 };

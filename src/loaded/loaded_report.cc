@@ -1,5 +1,7 @@
 // The points of a loaded-latency sweep on the console and in the log.
 
+#include "loaded/loaded_report.h"
+
 #include <algorithm>
 #include <iostream>
 #include <string>
@@ -7,19 +9,43 @@
 #include "app/console.h"
 #include "app/log_file.h"
 #include "loaded/loaded_latency.h"
-#include "mem/report.h"
+#include "mem/memory_report.h"
 
 namespace velmo {
 
-void LoadedLatency::SortResults() {
-  std::sort(results_.begin(), results_.end(),
-            [](const Result& a, const Result& b) { return a.delay < b.delay; });
+void WritePoint(std::ostream& out, const LoadedResult& point, bool overhead) {
+  out << "Delay: " << static_cast<unsigned int>(point.delay)
+      << "\n  Avg. Bandwidth: " << point.bandwidth
+      << " MB/s\n  Avg. Latency  : " << point.avg_latency << " ns\n";
+  if (overhead) out << "overhead      : " << point.overhead << " ns\n";
+}
+
+void WritePoints(std::ostream& out, const std::vector<LoadedResult>& points,
+                 const char* overhead_label) {
+  double max_bw = 0;
+  for (const LoadedResult& point : points) max_bw = std::max(max_bw, point.bandwidth);
+  for (const LoadedResult& point : points) {
+    out.precision(0);
+    out << "Delay: " << point.delay << '\n';
+    out.precision(2);
+    out << "  Avg. Bandwidth: " << point.bandwidth << " MB/s (" << 100 * point.bandwidth / max_bw
+        << " %) \n";
+    out.precision(0);
+    out << "Latency: \n"
+        << "    Avg.  : " << point.avg_latency << " ns\n"
+        << "    Median: " << point.median << " ns\n"
+        << "    99th  : " << point.p99 << " ns\n"
+        << "    99.9th: " << point.p999 << " ns\n";
+    if (overhead_label != nullptr) out << overhead_label << point.overhead << " ns\n";
+  }
+  out.precision(2);
 }
 
 void LoadedLatency::PrintResult() {
-  SortResults();
+  std::sort(results_.begin(), results_.end(),
+            [](const Result& a, const Result& b) { return a.delay < b.delay; });
   std::cout << "\nFinal Results\n";
-  WriteResults(std::cout, "overhead: ");
+  WritePoints(std::cout, results_, config_.verbose == 2 ? "overhead: " : nullptr);
   if (config_.verbose >= 1) WriteLog();
 }
 
@@ -29,7 +55,7 @@ void LoadedLatency::WriteHeader(std::ostream& out) const {
       << "memory size (for bandwidth): " << static_cast<double>(buf_size_) / kBytesPerMiB
       << " MiB/thread\n"
       << "chunk size : " << config_.chunk * 8 << " Byte\n"
-      << "stride size: " << lat_stride_ << " Byte\n"
+      << "stride size: " << chase_.stride << " Byte\n"
       << "latency thread cpu-numa_id: " << lat_cpu_.numa_id << '\n'
       << "latency thread cpu_id : " << lat_cpu_.cpu_id << '\n'
       << "BW threads cpu-numa_id: " << bw_numa_str_ << '\n'
@@ -45,36 +71,18 @@ void LoadedLatency::WriteHeader(std::ostream& out) const {
   if (config_.stream) out << "Using non-temporal write\n";
 }
 
-void LoadedLatency::WriteResults(std::ostream& out, const char* overhead_label) const {
-  for (const Result& point : results_) {
-    out.precision(0);
-    out << "Delay: " << point.delay << '\n';
-    out.precision(2);
-    out << "  Avg. Bandwidth: " << point.bandwidth << " MB/s (" << 100 * point.bandwidth / max_bw_
-        << " %) \n";
-    out.precision(0);
-    out << "Latency: \n"
-        << "    Avg.  : " << point.avg_latency << " ns\n"
-        << "    Median: " << point.median << " ns\n"
-        << "    99th  : " << point.p99 << " ns\n"
-        << "    99.9th: " << point.p999 << " ns\n";
-    if (config_.verbose == 2) out << overhead_label << point.overhead << " ns\n";
-  }
-  out.precision(2);
-}
-
 void LoadedLatency::WriteLog() const {
   const std::string stem = config_.output.empty()
                                ? "mem" + std::to_string(node_idx_) + "_loaded-lat_result_"
                                : config_.output;
-  LogFile log(stem + MixName() + "_" + time_stamp() + ".txt");
+  LogFile log(stem + MixName(ConfiguredMix()) + "_" + time_stamp() + ".txt");
   log << std::fixed;
   log.precision(2);
   log << "Loaded-Latency\n";
   if (config_.full) log << "Using Full Instruction\n";
   WriteHeader(log);
   log << "\nResults\n";
-  WriteResults(log, "    overhead: ");
+  WritePoints(log, results_, config_.verbose == 2 ? "    overhead: " : nullptr);
 }
 
 }  // namespace velmo

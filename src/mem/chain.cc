@@ -76,6 +76,15 @@ int make_rnd_chain(void*& buf, long size, int stride) {
   return 1;
 }
 
+void lay_chain(void* buf, long size, int stride, access_type_t order) {
+  if (order == kSequential) {
+    make_seq_chain(buf, size, stride);
+  } else {
+    make_rnd_chain(buf, size, stride);
+  }
+  flush_lines(buf, static_cast<uint64_t>(size / stride), stride);
+}
+
 void flush_lines(const void* buf, uint64_t count, long stride) {
   const char* line = static_cast<const char*>(buf);
   if (has_clflushopt()) {

@@ -14,6 +14,9 @@ namespace velmo {
 // once, and no prefetcher can guess the next line.
 inline constexpr int kChainBlock = 256 * 1024;
 
+// Order of the chain.
+enum access_type_t { kSequential = 0, kRandom = 1 };
+
 // Lays a chain that visits the elements in the order of their addresses. With n <= 1 element 0
 // points to itself. Always 1.
 int make_seq_chain(void*& buf, long size, int stride);
@@ -26,6 +29,9 @@ int make_seq_chain(void*& buf, long size, int stride);
 // 0xDEADBEEF) in word 1 and the index of the next element in word 2. At most one block's indices
 // are in memory at a time.
 int make_rnd_chain(void*& buf, long size, int stride);
+
+// Lays a chain of that order and evicts it from all caches.
+void lay_chain(void* buf, long size, int stride, access_type_t order);
 
 // Evicts from all caches the line at buf + i * stride, for i = 0 .. count - 1, and waits until that
 // is done.

@@ -5,12 +5,10 @@
 #include <numaif.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include "app/console.h"
-#include "app/system.h"
-#include "platform/text_file.h"
+#include "mem/target.h"
 
 namespace velmo {
 namespace {
@@ -49,15 +47,31 @@ void* map_shared(const Descriptor& file, long len, long file_offset, const char*
   return addr;
 }
 
+// Flags of mmap for pages of a pool of huge pages (log2 of their size from bit 26 on).
+int pool_flags(PageSize pages) {
+  switch (pages) {
+    case PageSize::k2M:
+      return MAP_HUGETLB | 21 << MAP_HUGE_SHIFT;
+    case PageSize::k1G:
+      return MAP_HUGETLB | 30 << MAP_HUGE_SHIFT;
+    default:
+      return 0;
+  }
+}
+
 void unmap(void* addr, long len, const char* failure) {
   if (munmap(addr, len) != 0) Warn() << failure;
 }
 
 }  // namespace
 
-void mmap_numa(void*& addr, long len, int node, bool no_bind) {
-  addr = mmap(nullptr, len, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+void mmap_numa(void*& addr, long len, int node, bool no_bind, PageSize pages) {
+  addr = mmap(nullptr, len, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | pool_flags(pages),
+              -1, 0);
   if (addr == MAP_FAILED) Fatal() << "Failed to allocate memory\n";
+  // Where the kernel has no transparent huge pages, it has nothing to be advised of either.
+  if (pages == PageSize::k4K) madvise(addr, len, MADV_NOHUGEPAGE);
+  if (pages == PageSize::kThp) madvise(addr, len, MADV_HUGEPAGE);
   if (no_bind) return;
 
   bitmask* nodes = numa_allocate_nodemask();
@@ -76,18 +90,6 @@ void mmap_devmem(void*& addr, long base, long len, bool sync, long offset) {
   addr = map_shared(file, len, base + offset,
                     "Failed to allocate memory. Check base address and kernel config "
                     "(CONFIG_STRICT_DEVMEM=n)\n");
-}
-
-int64_t devdax_size(const std::string& path) {
-  struct stat status;
-  if (stat(path.c_str(), &status) != 0) return -1;
-  if (S_ISREG(status.st_mode)) return status.st_size;
-  if (!S_ISCHR(status.st_mode)) return -1;
-  const std::string attribute = "/sys/dev/char/" + std::to_string(major(status.st_rdev)) + ":" +
-                                std::to_string(minor(status.st_rdev)) + "/size";
-  std::string size;
-  // Few other character devices have such a file.
-  return read_first_line(attribute, size) ? to_long(size) : -1;
 }
 
 void mmap_devdax(void*& addr, long len, const std::string& path) {

@@ -1,7 +1,7 @@
 // The memory under test: mapped from one of four kinds of memory, and released.
 //
-// Every mapping is readable and writable. None asks for huge pages or is faulted in here: the first
-// touch belongs to the benchmark. A mapping that fails is reported and ends the program with
+// Every mapping is readable and writable, and none is faulted in here: the first touch belongs to
+// the buffer (mem/buffer.h). A mapping that fails is reported and ends the program with
 // exit(1); a release that fails is a warning.
 
 #pragma once
@@ -11,16 +11,22 @@
 
 namespace velmo {
 
+// Pages of anonymous memory.
+enum class PageSize {
+  kSystem,  // what the machine gives without being asked
+  k4K,      // base pages, also where transparent huge pages are set to always
+  kThp,     // transparent huge pages, as far as the kernel has them
+  k2M,      // of the pools of huge pages (hugetlbfs); the length is a multiple of them
+  k1G,
+};
+
 // Anonymous memory of `len` bytes, bound to `node` (mbind, MPOL_BIND) unless `no_bind`: then its
 // pages follow the policy of the thread that touches them first.
-void mmap_numa(void*& addr, long len, int node, bool no_bind);
+void mmap_numa(void*& addr, long len, int node, bool no_bind, PageSize pages = PageSize::kSystem);
 
 // `len` bytes of physical memory at `base + offset` (/dev/mem), uncached with `sync` where the
 // architecture can. An address that is not page-aligned is refused by the kernel.
 void mmap_devmem(void*& addr, long base, long len, bool sync, long offset);
-
-// Bytes that the device-DAX device, or the file in its place, `path` holds; -1 when nothing tells.
-int64_t devdax_size(const std::string& path);
 
 // The first `len` bytes of the device-DAX device, or the file in its place, `path`. Nothing else is
 // opened.

@@ -1,4 +1,4 @@
-#include "mem/report.h"
+#include "mem/memory_report.h"
 
 namespace velmo {
 
@@ -25,8 +25,8 @@ void write_memory_line(std::ostream& out, const Configurator& config, int target
   }
 }
 
-void write_size_lines(std::ostream& out, const Configurator& config, int stride) {
-  out << "memory size: " << static_cast<double>(config.mem_size) / kBytesPerMiB << " MiB\n"
+void write_size_lines(std::ostream& out, const Configurator& config, int64_t size, int stride) {
+  out << "memory size: " << static_cast<double>(size) / kBytesPerMiB << " MiB\n"
       << "chunk size : " << config.chunk * 8 << " Byte\n"
       << "stride size: " << stride << " Byte\n";
 }

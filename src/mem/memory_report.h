@@ -15,7 +15,8 @@ inline constexpr double kBytesPerMiB = 1048576.0;
 void write_memory_line(std::ostream& out, const Configurator& config, int target,
                        const char* base_label);
 
-// Writes "memory size: ", "chunk size : " and "stride size: ", a line each. `stride` in bytes.
-void write_size_lines(std::ostream& out, const Configurator& config, int stride);
+// Writes "memory size: ", "chunk size : " and "stride size: ", a line each. `size` and `stride` in
+// bytes.
+void write_size_lines(std::ostream& out, const Configurator& config, int64_t size, int stride);
 
 }  // namespace velmo

@@ -78,7 +78,7 @@ TEST(LoadBench, ChoosesCpusAndKeepsNodesBelowThemAwake) {
       b.StartLoadSpinners();
       std::string cpus;
       for (const int cpu : b.bw_cpus_) cpus += std::to_string(cpu - kHere) + ' ';
-      cpus += "on " + b.bw_numa_str_ + "; " + std::to_string(b.threads_.size());
+      cpus += "on " + b.bw_numa_str_ + "; " + std::to_string(b.spinners_ ? b.spinners_->size() : 0);
       b.StopSpinners();
       if (cpus != c.cpus || sched_getcpu() != kHere) _exit(9);
     });

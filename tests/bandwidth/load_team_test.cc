@@ -17,14 +17,11 @@ alignas(64) char memory[2][2 * kRegion];
 
 TEST(LoadTeam, ParksOpensSamplesAndStops) {
   const std::vector<int> cpus(2, sched_getcpu());
-  const std::vector<void*> bufs = {memory[0], memory[1]};
-  Configurator config;
-  config.read = 1;
-  config.use_pa = 2;
-  LoadTeam(config, cpus, bufs, kRegion, false).Park();  // ends parked
-  LoadTeam team(config, cpus, bufs, kRegion, false);
-  LoadTeam stopped(config, cpus, bufs, kRegion, false);
-  LoadTeam analyzer(config, cpus, bufs, kRegion, true);
+  const std::vector<LoadRegions> regions = {{memory[0], kRegion}, {memory[1], kRegion}};
+  LoadTeam({}, cpus, regions).Park();  // ends parked
+  LoadTeam team({}, cpus, regions);
+  LoadTeam stopped({}, cpus, regions);
+  LoadTeam analyzer({.passes = 2}, cpus, regions);
   stopped.Park();
   stopped.Stop();
   team.Park();
@@ -49,9 +46,7 @@ TEST(LoadTeam, MeasuresNothingWhenItsCpuIsTakenAway) {
   if (std::thread::hardware_concurrency() < 2) GTEST_SKIP() << "has no other CPU to move to";
   const int cpu = sched_getcpu();
   const auto outcome = velmo_test::RunForked([cpu] {
-    Configurator config;
-    config.read = 1;
-    LoadTeam team(config, {cpu}, {memory[0]}, kRegion, false);
+    LoadTeam team({}, {cpu}, {{memory[0], kRegion}});
     team.Park();
     team.OpenGate();
     cpu_set_t all;

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <limits>
-#include <thread>
 
 #include "app/system.h"
 
@@ -43,27 +42,11 @@ TEST(LoadPlan, ChoosesTheKernelAndCountsLines) {
   }
 }
 
-void RunOnThread(LoadWorker& worker) {
-  pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-  pthread_cond_t cond = PTHREAD_COND_INITIALIZER;
-  std::atomic<int> waiting{0};
-  std::thread thread([&] { worker.Start(mutex, cond, waiting); });
-  while (waiting == 0) std::this_thread::yield();
-  while (waiting != 0) pthread_cond_broadcast(&cond);
-  thread.join();
-}
-
 // Works in two regions that lie between pages that must not be touched.
 void Walk(const Mix& mix, bool full, int half_passes) {
   SCOPED_TRACE(std::to_string(mix.read) + ":" + std::to_string(mix.write));
-  Configurator config;
-  config.read = mix.read;
-  config.write = mix.write;
-  config.stream = mix.stream != 0;
-  config.full = full;
-  config.bw_delay = half_passes - 3;
-  config.use_pa = 40;
-  LoadWorker worker(config);
+  const auto delay = static_cast<uint32_t>(half_passes - 3);
+  LoadWorker worker({.mix = mix, .full = full, .delay = delay, .passes = 40});
   worker.blocks_per_pass_ = 128;
   const LoadPlan plan(mix, full, worker.blocks_per_pass_);
   const int64_t size = std::max(plan.read_step, plan.write_step) * half_passes / 2;
@@ -74,10 +57,11 @@ void Walk(const Mix& mix, bool full, int half_passes) {
   mprotect(worker.read_base_, size, PROT_READ);
   mprotect(worker.write_base_, size, PROT_READ | PROT_WRITE);
   worker.region_size_ = size;
-  worker.fill_ = 1;
   worker.stop_ = true;  // says nothing to a fixed number of passes
   const long start = monotonic_ns();
-  RunOnThread(worker);
+  Gate gate;
+  gate.Open();
+  worker.Start(gate);
   const auto elapsed = static_cast<double>(monotonic_ns() - start);
   EXPECT_EQ(worker.bytes_, 40U * plan.pass_bytes);
   // MB/s: no memory moves 10 TB/s.
@@ -120,8 +104,7 @@ TEST(LoadWorker, MarksBothRegionsAtEveryStride) {
     for (long i = 0; fill != -1 && i < size / stride; ++i) {
       expected[i * stride] = expected[size + i * stride] = static_cast<char>(fill);
     }
-    LoadWorker worker({});
-    worker.config_.stride = static_cast<int>(stride);
+    LoadWorker worker({.stride = static_cast<int>(stride)});
     worker.SetMem(memory, size, fill);
     EXPECT_EQ(std::string(memory, 2 * kPage), expected) << size << ' ' << stride;
   }

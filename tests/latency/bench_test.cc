@@ -1,4 +1,4 @@
-#include "mem/bench.h"
+#include "latency/bench.h"
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -31,11 +31,11 @@ TEST(Buffer, OfEachKindIsZeroedAndReleased) {
       {kMemNuma, ""}, {kMemDevdax, device}, {kMemPmem, dir.path()}};
   for (const auto& [kind, path] : kinds) {
     TestBench bench(kind, path);
-    void* buf = nullptr;
-    bench.AllocMem(buf, kSize, 0);
-    for (long i = 0; i < kSize; ++i) ASSERT_EQ(static_cast<const char*>(buf)[i], 0) << kind;
-    bench.ReleaseMem(buf, kSize);
-    EXPECT_EQ(msync(buf, kSize, MS_ASYNC), -1) << kind << " is still mapped";
+    Buffer buffer = bench.AllocMem(kSize, -1, 0);
+    for (long i = 0; i < kSize; ++i) ASSERT_EQ(buffer.bytes()[i], 0) << kind;
+    void* released = buffer.data();
+    buffer = {};
+    EXPECT_EQ(msync(released, kSize, MS_ASYNC), -1) << kind << " is still mapped";
   }
   EXPECT_EQ(std::ifstream(device).get(), 0) << "the device itself is under test, not a copy";
   std::filesystem::remove(device);
@@ -61,8 +61,7 @@ TEST(Buffer, FailureToMapEndsTheProgram) {
   };
   for (const auto& [kind, path, node, size, message] : cases) {
     TestBench bench(kind, path, node);
-    void* buf = nullptr;
-    const auto outcome = velmo_test::RunForked([&] { bench.AllocMem(buf, size, 0); });
+    const auto outcome = velmo_test::RunForked([&] { bench.AllocMem(size, -1, 0); });
     const std::string error = velmo_test::Error("Failed to allocate memory" + message);
     EXPECT_EQ(outcome, (velmo_test::Outcome{1, "", error}));
   }

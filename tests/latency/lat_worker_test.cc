@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <numeric>
 
 #include "latency/chase.h"
-#include "latency/lat_run.h"
+#include "latency/latency_report.h"
+#include "latency/latency_thread.h"
 #include "support/subprocess.h"
 
 namespace velmo {
@@ -16,46 +18,41 @@ alignas(64) char memory[64 * 1024];
 using Bins = std::vector<std::pair<int, int64_t>>;  // cycles and samples
 
 struct TestWorker : LatWorker {
-  TestWorker() : LatWorker(Configurator()) {
-    (std::cout << std::fixed).precision(2);
-    config_.mem_size = 4096;
-    config_.delay = 700;
-    config_.latency_cpu = {1, sched_getcpu(), 0, 2};
-    config_.output = dir.path() + "/out_";
+  explicit TestWorker(const LatencySpec& spec = {.stride = 64}, uint32_t laps = 2)
+      : LatWorker(spec, laps) {
     min_loads_ = 1000;
     target_loads_ = 0;
     burst_len_ = 10;
-    SetMem(memory);
+    SetMem(memory, 4096);
   }
-  int64_t Samples() const { return std::accumulate(hist_.begin(), hist_.end(), int64_t{0}); }
-  // What Summary prints of these samples.
-  std::string Summarize(double freq, double base, const Bins& bins, int verbose) {
-    config_.tsc_freq = freq;
-    base_avg_ = base;
-    verbose_ = verbose;
-    for (const auto& [cycles, samples] : bins) hist_[cycles] = samples;
-    testing::internal::CaptureStdout();
-    Summary();
-    return testing::internal::GetCapturedStdout();
-  }
-  velmo_test::TempDir dir;
 };
 
+LatencySamples SamplesOf(double average, const Bins& bins) {
+  LatencySamples samples{.average = average};
+  samples.histogram.resize(kMaxCycles + 1);
+  for (const auto& [cycles, count] : bins) samples.histogram[cycles] = count;
+  return samples;
+}
+
+int64_t Count(const std::vector<int64_t>& hist) {
+  return std::accumulate(hist.begin(), hist.end(), int64_t{0});
+}
+
 TEST(Chase, TakesAllStepsAndCountsASampleForEach) {
-  TestWorker w;
-  w.InitParameter(kSequential, 0, -1, false);
+  lay_chain(memory, 4096, 64, kSequential);
+  std::vector<int64_t> hist(kMaxCycles + 1);
   for (const uint64_t steps : {0, 1, 100}) {
     const void* end = memory + steps % 64 * 64;
     EXPECT_EQ(Chase(memory, steps), end);
     EXPECT_EQ(ChaseDelayed(memory, steps, 100), end);
-    EXPECT_EQ(Sample(memory, steps, w.hist_.data()), end);
-    EXPECT_EQ(SampleDelayed(memory, steps, 2'000'000, w.hist_.data()), end);
+    EXPECT_EQ(Sample(memory, steps, hist.data()), end);
+    EXPECT_EQ(SampleDelayed(memory, steps, 2'000'000, hist.data()), end);
   }
-  EXPECT_EQ(w.Samples(), 2 * 101);
-  EXPECT_GE(w.hist_.back(), 101) << "2 ms are more cycles than the histogram tells apart";
+  EXPECT_EQ(Count(hist), 2 * 101);
+  EXPECT_GE(hist.back(), 101) << "2 ms are more cycles than the histogram tells apart";
 }
 
-TEST(Measurement, SamplesAllLapsButOneAndAveragesThePlainPass) {
+TEST(LatWorker, SamplesAllLapsButOneAndAveragesThePlainPass) {
   // Delayed, under load, chunk, laps (0 stays 0), least samples, samples.
   const std::tuple<bool, bool, int, uint32_t, double, int64_t> cases[] = {
       {false, false, 1, 4, 0, 192},    {true, false, 2, 11, 640, 640}, {false, true, 2, 9, 0, 62},
@@ -64,29 +61,22 @@ TEST(Measurement, SamplesAllLapsButOneAndAveragesThePlainPass) {
   };
   for (const auto& [delayed, under_load, chunk, laps, target_loads, samples] : cases) {
     SCOPED_TRACE(testing::Message() << delayed << under_load << ' ' << chunk << ' ' << laps);
-    TestWorker w;
-    w.laps_ = laps;
+    TestWorker w({.stride = 64, .chunk = chunk, .delay_ns = 700, .cpu = sched_getcpu()}, laps);
     w.target_loads_ = target_loads;
-    w.config_.tsc_freq = 1e9;
-    w.config_.chunk = chunk;
-    testing::internal::CaptureStdout();
     for (int run = 0; run < 2; ++run) {
-      w.InitParameter(kRandom, 7, 2, under_load);
+      w.InitParameter(kRandom, under_load);
       LatThread thread(w, delayed ? &LatWorker::Delayed : &LatWorker::Burst);
       if (chunk != 3) thread.Release();  // else it must not wait
       thread.Join();
-      EXPECT_EQ(w.Samples(), samples);
+      EXPECT_EQ(Count(w.samples_.histogram), samples);
     }
-    const auto printed = [text = testing::internal::GetCapturedStdout()](const char* label) {
-      const size_t at = text.rfind(label);
-      return at == std::string::npos ? 0 : std::stod(text.substr(text.find(':', at) + 1));
-    };
-    EXPECT_EQ(w.delay_ns_ != 0, delayed && chunk != 3);
-    EXPECT_NEAR(w.avg_, printed("none QoS dt") / w.loads_ - printed("real delay"), 0.01);
+    const double plain = static_cast<double>(w.samples_.plain_ns) / w.spec_.loads;
+    EXPECT_EQ(w.samples_.real_delay >= 700, delayed && chunk != 3);
+    EXPECT_NEAR(w.samples_.average, plain - w.samples_.real_delay, 0.01);
   }
 }
 
-TEST(Summary, TakesPercentilesFromTheHistogramAndShiftsThemToTheAverage) {
+TEST(Summarize, TakesPercentilesFromTheHistogramAndShiftsThemToTheAverage) {
   using Percentiles = std::vector<uint32_t>;  // 0.1th, 1st, median, 99th, 99.9th
   const std::tuple<double, double, Bins, double, Percentiles> cases[] = {
       {3e9, 333, {{1000, 10}}, 1. / 3, {333, 333, 332, 332, 332}},  // cut off, not rounded
@@ -99,32 +89,39 @@ TEST(Summary, TakesPercentilesFromTheHistogramAndShiftsThemToTheAverage) {
       {1e9, 42, {}, 0, {0, 0, 0, 0, 0}},
   };
   for (const auto& [freq, base, bins, overhead, percentiles] : cases) {
-    TestWorker w;
-    EXPECT_EQ(w.Summarize(freq, base, bins, -1), "");
-    EXPECT_EQ((Percentiles{w.p0_1_, w.p1_, w.median_, w.p99_, w.p99_9_}), percentiles);
-    EXPECT_EQ(w.avg_, base);
-    EXPECT_NEAR(w.overhead_, overhead, 1e-6);
+    const LatencyResult r = Summarize(SamplesOf(base, bins), freq);
+    EXPECT_EQ((Percentiles{r.p0_1, r.p1, r.median, r.p99, r.p99_9}), percentiles);
+    EXPECT_EQ(r.average, base);
+    EXPECT_NEAR(r.overhead, overhead, 1e-6);
   }
 }
 
-TEST(Summary, IsPrintedAndLoggedWithTheHistogram) {
-  TestWorker w;
-  w.title_ = "Title";
-  w.access_ = kRandom;
-  w.config_.mem_mode = kMemPhysical;
-  w.config_.base_addr = {0x1fc0000000};
-  w.config_.latency_cpu.cpu_id = 17;
-  w.config_.bw_delay = 0;
+TEST(LatencyReport, IsPrintedAndLoggedWithTheHistogram) {
+  const velmo_test::TempDir dir;
+  (std::cout << std::fixed).precision(2);
+  Configurator config;
+  config.output = dir.path() + "/out_";
+  config.mem_mode = kMemPhysical;
+  config.base_addr = {0x1fc0000000};
+  config.bw_delay = 0;
+  config.verbose = 2;
+  config.tsc_freq = 1e9;
+  const LatencySpec spec{.pattern = kRandom, .stride = 64};
+  const LatencySamples samples =
+      SamplesOf(2e5, {{10, 200}, {300'000, 780}, {600'000, 19}, {999'999, 1}});
+  const LatencyResult result = Summarize(samples, config.tsc_freq);
+  testing::internal::CaptureStdout();
+  ReportLatency({config, 0, {1, 17, 0, 2}, 4096, spec, false, samples, result});
   const std::string results =
       "\nSample: 1000\nAvg.  : 200000.00 ns\nMedian: 253598 ns\n99th  : 553598 ns\n"
       "99.9th: 953597 ns\n";
-  const Bins bins = {{10, 200}, {300'000, 780}, {600'000, 19}, {999'999, 1}};
-  EXPECT_TRUE(w.Summarize(1e9, 2e5, bins, 2).ends_with("overhead: 46402.00\n" + results));
-  EXPECT_TRUE(w.log_name_.starts_with(w.dir.path() + "/out_delay0_2")) << w.log_name_;
-  const std::string log = velmo_test::ReadAll(w.log_name_);
+  EXPECT_TRUE(testing::internal::GetCapturedStdout().ends_with("overhead: 46402.00\n" + results));
+  const std::string name = std::filesystem::directory_iterator(dir.path())->path();
+  EXPECT_TRUE(name.starts_with(dir.path() + "/out_delay0_2")) << name;
+  const std::string log = velmo_test::ReadAll(name);
   const std::string head =
-      "Title (Random)\n\ndelay      : 0\nmemory size: 0.00390625 MiB\nchunk size : 16 Byte\n"
-      "stride size: 64 Byte\ncpu-numa_id: 2\ncpu-id     : 17\n"
+      "Burst Latency (Random)\n\ndelay      : 0\nmemory size: 0.00390625 MiB\n"
+      "chunk size : 16 Byte\nstride size: 64 Byte\ncpu-numa_id: 2\ncpu-id     : 17\n"
       "latency base addr  : 0x1fc0000000\n";
   EXPECT_TRUE(log.starts_with(head + results + "=====")) << log.substr(0, 500);
   EXPECT_NE(log.find("\n\nLatency Histogram [ns]\n< 0: 200\n1: 0\n"), std::string::npos);

@@ -1,14 +1,13 @@
 #include "loaded/loaded_latency.h"
 
 #include <gtest/gtest.h>
-#include <sched.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <map>
 
-#include "app/console.h"
+#include "loaded/delay_sweep.h"
 #include "support/subprocess.h"
 
 namespace velmo {
@@ -16,20 +15,6 @@ namespace {
 
 using Delays = std::vector<unsigned int>;
 using Curve = std::map<unsigned int, double>;  // values by the delay from which they hold
-
-// A machine that follows two curves; its second memory target has half the bandwidth of the first.
-struct Scripted : LoadedLatency {
-  using LoadedLatency::LoadedLatency;
-  using LoadedLatency::Sweep;
-  Result MeasurePoint(unsigned int delay) override {
-    asked_.push_back(delay);
-    const double bandwidth = std::prev(bandwidth_.upper_bound(delay))->second;
-    const double latency = std::prev(latency_.upper_bound(delay))->second;
-    return {1. * delay, bandwidth / (node_idx_ + 1), latency, 11, 12, 13, 0};
-  }
-  Curve bandwidth_, latency_;
-  Delays asked_;
-};
 
 // `head`, then a sweep that goes on at `delay` and meets no large change any more: from `step` on,
 // every step is twice the one before, up to 16384. Then `added`.
@@ -56,72 +41,47 @@ TEST(LoadedLatency, ChoosesDelays) {
       {cliff, {{0, 1000}, {100, 100}}, Delays{0, 4, 12, 28, 60, 124, 92, 108, 100, 96, 98}},
   };
   for (const auto& [bandwidth, latency, expected] : cases) {
-    Scripted machine{Configurator()};
-    machine.bandwidth_ = bandwidth;
-    machine.latency_ = latency;
-    machine.config_.verbose = 0;
-    testing::internal::CaptureStdout();
-    machine.Sweep();
-    machine.PrintResult();
-    testing::internal::GetCapturedStdout();
-    EXPECT_EQ(machine.asked_, expected);
-    EXPECT_TRUE(std::ranges::is_sorted(machine.results_, {}, &LoadedLatency::Result::delay));
+    Delays asked;
+    DelaySweep sweep([&, &bandwidth = bandwidth, &latency = latency](unsigned int delay) {
+      asked.push_back(delay);
+      return SweepPoint{std::prev(bandwidth.upper_bound(delay))->second,
+                        std::prev(latency.upper_bound(delay))->second};
+    });
+    sweep.Run();
+    EXPECT_EQ(asked, expected);
   }
 }
 
-TEST(LoadedLatency, PrintsAndLogsPointsOfEveryTarget) {
-  cpu_set_t cpus;
-  sched_getaffinity(0, sizeof cpus, &cpus);
-  if (!CPU_ISSET(0, &cpus) || !CPU_ISSET(1, &cpus)) GTEST_SKIP() << "needs CPUs 0 and 1";
+TEST(LoadedLatency, SortsPrintsAndLogsItsPoints) {
   const velmo_test::TempDir dir;
   const auto outcome = velmo_test::RunForked([&dir] {
     std::filesystem::current_path(dir.path());
     (std::cout << std::fixed).precision(2);
-    Scripted machine{Configurator()};
-    machine.bandwidth_ = {{0, 1000}, {4, 20}};
-    machine.latency_ = {{0, 100.4}};
-    machine.free_ratio_ = 17. * (1 << 20) / std::filesystem::space(dir.path()).available;
-    machine.config_.mem_mode = kMemPmem;
-    machine.config_.path = dir.path();
-    machine.config_.num_targets = 2;
-    machine.config_.latency_cpu = {1, 1, 0, 5};
-    machine.config_.load_cpu = {{1, 0, 0, 3}, {1, 1, 0, 5}, {1, 0, 0, 3}};
-    machine.config_.read = machine.config_.write = 1;
-    machine.config_.full = machine.config_.stream = true;
-    machine.Run();
+    LoadedLatency loaded{Configurator()};
+    loaded.config_.path = dir.path();
+    loaded.config_.mem_mode = kMemPmem;
+    loaded.config_.read = loaded.config_.write = 1;
+    loaded.config_.full = loaded.config_.stream = true;
+    loaded.bw_cpus_ = {0, 3};
+    loaded.results_ = {{4, 20, 100.4, 11, 12, 13, 0}, {0, 1000, 700.6, 21, 22, 23, 0}};
+    loaded.PrintResult();
   });
-  const std::string header =
-      "memory size (for latency)  : 4.00 MiB\nmemory size (for bandwidth): 6.00 MiB/thread\n"
-      "chunk size : 16 Byte\nstride size: 64 Byte\nlatency thread cpu-numa_id: 5\n"
-      "latency thread cpu_id : 1\nBW threads cpu-numa_id: 3\nBW threads cpu_id: 0\n"
-      "main thread cpu_id: 0\nmem_path: " +
-      dir.path() +
-      "\nthe number of BW threads: 1\n\nRead Ratio: 1 Write Ratio: 1\nUsing non-temporal write\n";
-  std::string out = "Note that one cpu core will be used to measure latency\n";
-  std::map<std::string, std::string> expected, logs;
-  for (const std::string target : {"0", "1"}) {
-    using Point = std::array<std::string, 3>;  // delay, bandwidth, its share
-    std::string measured, finals;
-    for (const auto& [delay, bandwidth, share] :
-         {Point{"0", target == "0" ? "1000.00" : "500.00", "100.00"},
-          Point{"4", target == "0" ? "20.00" : "10.00", "2.00"}}) {
-      const std::string head = "Delay: " + delay + "\n  Avg. Bandwidth: " + bandwidth + " MB/s";
-      measured += head + "\n  Avg. Latency  : 100.40 ns\n";
-      finals += head + " (" + share +
-                " %) \nLatency: \n    Avg.  : 100 ns\n    Median: 11 ns\n    99th  : 12 ns\n"
-                "    99.9th: 13 ns\n";
-    }
-    out += kSeparator + ("Memory #" + target) + " Result\n" + kInfoPrefix +
-           "Calculate memory buffer size to measure bandwidth ... \n" + header + measured +
-           "\nFinal Results\n" + finals;
-    expected["mem" + target + "_loaded-lat_result_1r1wn_2"] =
-        "Loaded-Latency\nUsing Full Instruction\n" + header + "\nResults\n" + finals;
-  }
-  EXPECT_EQ(outcome, (velmo_test::Outcome{0, out, ""}));
-  for (const auto& file : std::filesystem::directory_iterator(dir.path())) {
-    logs[file.path().filename().string().substr(0, 30)] = velmo_test::ReadAll(file.path());
-  }
-  EXPECT_EQ(logs, expected);
+  const std::string results =
+      "Delay: 0\n  Avg. Bandwidth: 1000.00 MB/s (100.00 %) \nLatency: \n    Avg.  : 701 ns\n"
+      "    Median: 21 ns\n    99th  : 22 ns\n    99.9th: 23 ns\n"
+      "Delay: 4\n  Avg. Bandwidth: 20.00 MB/s (2.00 %) \nLatency: \n    Avg.  : 100 ns\n"
+      "    Median: 11 ns\n    99th  : 12 ns\n    99.9th: 13 ns\n";
+  EXPECT_EQ(outcome, (velmo_test::Outcome{0, "\nFinal Results\n" + results, ""}));
+  const std::filesystem::path log = *std::filesystem::directory_iterator(dir.path());
+  EXPECT_TRUE(log.filename().string().starts_with("mem0_loaded-lat_result_1r1wn_2")) << log;
+  const std::string text = velmo_test::ReadAll(log);
+  EXPECT_TRUE(text.starts_with("Loaded-Latency\nUsing Full Instruction\nmemory size (for latency)"))
+      << text;
+  EXPECT_TRUE(text.ends_with("mem_path: " + dir.path() +
+                             "\nthe number of BW threads: -1\n\nRead Ratio: 1 Write Ratio: 1\n"
+                             "Using non-temporal write\n\nResults\n" +
+                             results))
+      << text;
 }
 
 }  // namespace

@@ -1,0 +1,39 @@
+#include "app/spinners.h"
+
+#include <pthread.h>
+#include <sched.h>
+
+#include <cstring>
+
+#include "app/system.h"
+
+namespace velmo {
+
+void Spinners::Start(int cpu) {
+  threads_.push_back(start_thread([this] {
+    const sched_param priority{};
+    sched_setscheduler(0, SCHED_IDLE, &priority);
+    while (!stop_.load(std::memory_order_relaxed)) monotonic_ns();
+  }));
+  if (cpu >= 0) {
+    set_thread_affinity(&threads_.back(), cpu);
+    return;
+  }
+  // The starting thread is pinned and hands that on.
+  cpu_set_t all;
+  std::memset(&all, 0xFF, sizeof all);
+  pthread_setaffinity_np(threads_.back().native_handle(), sizeof all, &all);
+}
+
+Spinners::~Spinners() {
+  stop_ = true;
+  for (std::thread& thread : threads_) {
+    // On a CPU that somebody else keeps busy, a thread of idle priority would not get to see the
+    // flag. An ordinary user may be refused; the thread then ends when its CPU has a moment.
+    const sched_param priority{};
+    pthread_setschedparam(thread.native_handle(), SCHED_OTHER, &priority);
+    thread.join();
+  }
+}
+
+}  // namespace velmo

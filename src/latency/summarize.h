@@ -1,0 +1,29 @@
+// What samples of latency say: average, cost of timing and percentiles.
+
+#pragma once
+
+#include <cstdint>
+
+#include "latency/measure_latency.h"
+
+namespace velmo {
+
+// In ns.
+struct LatencyResult {
+  uint64_t samples = 0;
+  double average = 0;   // without the cost of timing
+  double overhead = 0;  // cost of timing a sample: mean of the samples less the average
+  uint32_t p0_1 = 0;    // percentiles of the samples; these two as they were timed
+  uint32_t p1 = 0;
+  uint32_t median = 0;  // these three less the overhead, 0 where that is more
+  uint32_t p99 = 0;
+  uint32_t p99_9 = 0;
+};
+
+// `ticks_per_second` is the rate of the time-stamp counter. No samples: the average alone.
+LatencyResult Summarize(const LatencySamples& samples, double ticks_per_second);
+
+// Length of `cycles` of the time-stamp counter.
+double cycles_to_ns(uint64_t cycles, double ticks_per_second);
+
+}  // namespace velmo
