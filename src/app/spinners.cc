@@ -5,7 +5,8 @@
 
 #include <cstring>
 
-#include "app/system.h"
+#include "app/clock.h"
+#include "app/threads.h"
 
 namespace velmo {
 

@@ -11,7 +11,7 @@
 #include "app/console.h"
 #include "app/log_file.h"
 #include "app/progress.h"
-#include "app/system.h"
+#include "app/threads.h"
 #include "bandwidth/bandwidth_report.h"
 #include "mem/memory_report.h"
 

@@ -4,7 +4,8 @@
 #include <limits>
 
 #include "app/console.h"
-#include "app/system.h"
+#include "app/text.h"
+#include "app/threads.h"
 
 namespace velmo {
 namespace {

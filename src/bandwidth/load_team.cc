@@ -2,7 +2,8 @@
 
 #include <utility>
 
-#include "app/system.h"
+#include "app/clock.h"
+#include "app/threads.h"
 
 namespace velmo {
 

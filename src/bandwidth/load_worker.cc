@@ -1,6 +1,6 @@
 #include "bandwidth/load_worker.h"
 
-#include "app/system.h"
+#include "app/clock.h"
 #include "mem/chain.h"
 
 namespace velmo {

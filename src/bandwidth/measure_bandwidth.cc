@@ -5,7 +5,7 @@
 #include <numeric>
 #include <thread>
 
-#include "app/system.h"
+#include "app/clock.h"
 
 namespace velmo {
 namespace {

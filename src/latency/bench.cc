@@ -5,8 +5,8 @@
 #include <string>
 #include <utility>
 
+#include "app/clock.h"
 #include "app/console.h"
-#include "app/system.h"
 #include "latency/nearest_node.h"
 #include "platform/text_file.h"
 

@@ -8,8 +8,8 @@
 #include <thread>
 #include <utility>
 
+#include "app/clock.h"
 #include "app/console.h"
-#include "app/system.h"
 #include "latency/latency_report.h"
 #include "latency/latency_thread.h"
 #include "mem/memory_report.h"

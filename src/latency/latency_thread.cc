@@ -2,7 +2,7 @@
 
 #include <functional>
 
-#include "app/system.h"
+#include "app/threads.h"
 
 namespace velmo {
 

@@ -1,6 +1,7 @@
 #include "latency/measure_latency.h"
 
-#include "app/system.h"
+#include "app/clock.h"
+#include "app/threads.h"
 #include "latency/chase.h"
 
 namespace velmo {

@@ -1,6 +1,6 @@
 #include "latency/nearest_node.h"
 
-#include "app/system.h"
+#include "app/threads.h"
 #include "latency/lat_worker.h"
 
 namespace velmo {

@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "app/clock.h"
 #include "app/console.h"
-#include "app/system.h"
 #include "loaded/delay_sweep.h"
 #include "loaded/measure_point.h"
 #include "platform/prefetchers_off.h"

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <utility>
 
-#include "app/system.h"
+#include "app/threads.h"
 
 namespace velmo {
 namespace {

@@ -6,7 +6,7 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
-#include "app/system.h"
+#include "app/text.h"
 #include "platform/text_file.h"
 
 namespace velmo {

@@ -7,7 +7,7 @@
 #include <array>
 #include <limits>
 
-#include "app/system.h"
+#include "app/clock.h"
 
 namespace velmo {
 namespace {
