@@ -7,6 +7,7 @@
 #include "app/console.h"
 #include "app/text.h"
 #include "config/configurator.h"
+#include "platform/dax.h"
 
 namespace velmo {
 namespace {
@@ -126,6 +127,21 @@ void Configurator::DeriveLatencySettings() {
   } else if (mem_size < kMinLatencyGiB * kGiB) {
     warn_small("latency", kMinLatencyGiB, "GiB");
   }
+  if (mem_mode == kMemDevdax) RoundToDevice();
+}
+
+// A device refuses to map what is no multiple of its alignment.
+void Configurator::RoundToDevice() {
+  const int64_t alignment = dax_alignment(path);
+  if (alignment == 0 || mem_size % alignment == 0) return;
+  const int64_t rounded = mem_size / alignment * alignment;
+  if (rounded == 0) {
+    Fatal() << "Memory size of " << mem_size << " Byte is smaller than the alignment of " << path
+            << ", " << alignment << " Byte. Set a multiple of it with -m\n";
+  }
+  Warn() << "Memory size of " << mem_size << " Byte is rounded down to " << rounded
+         << " Byte, a multiple of the alignment of " << path << ", " << alignment << " Byte\n";
+  mem_size = rounded;
 }
 
 void Configurator::DeriveTargets() {

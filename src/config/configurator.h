@@ -117,6 +117,7 @@ class Configurator {
   void BindMemoryNode();
   void DeriveBandwidthSettings();
   void DeriveLatencySettings();
+  void RoundToDevice();
   void DeriveTargets();
   void FindCpulessNodes();
   void CheckAllowedNodes() const;

@@ -134,9 +134,9 @@ thread_cpus() {
   sed -n 's/^Cpus_allowed_list:[[:space:]]*//p' /proc/"$pid"/task/*/status | sort -nu | tr '\n' ' '
 }
 
-# make_dax_device: /dev/dax0.0 on the first NVDIMM.
+# make_dax_device ALIGNMENT: /dev/dax0.0 on the first NVDIMM.
 make_dax_device() {
-  ndctl create-namespace -f -e namespace0.0 -m devdax -a 4k >/dev/null || fail 'no DAX device'
+  ndctl create-namespace -f -e namespace0.0 -m devdax -a "$1" >/dev/null || fail 'no DAX device'
 }
 
 # mount_dax: a DAX file system on the second NVDIMM, at /mnt.
