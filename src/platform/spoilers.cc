@@ -96,7 +96,8 @@ Texts node_in_use(const Subjects& subjects, const SpoilerSources& from) {
     int64_t free = kilobytes(text, "MemFree");
     if (total <= 0 || free < 0) continue;
     // The page cache gives way to who asks for memory; shared memory, a part of it, does not.
-    const int64_t cache = kilobytes(text, "FilePages") - std::max<int64_t>(kilobytes(text, "Shmem"), 0);
+    const int64_t cache =
+        kilobytes(text, "FilePages") - std::max<int64_t>(kilobytes(text, "Shmem"), 0);
     free += std::max<int64_t>(cache, 0);
     if (free >= total / 2) continue;
     found.push_back("Memory node " + std::to_string(node) + " is in use, " +
