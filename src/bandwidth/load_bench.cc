@@ -40,11 +40,21 @@ std::vector<NumaInfo::cpu_ctx> LoadBench::CandidateCpus() {
   return cpus;
 }
 
+// A load on a hyper-thread of the core that measures latency would share its caches and its time.
+// Where fewer than two CPUs would be left, one of them for the main thread, it is the lesser evil.
+void LoadBench::LeaveOutSiblings(const NumaInfo::cpu_ctx& measuring,
+                                 std::vector<NumaInfo::cpu_ctx>& cpus) {
+  std::vector<NumaInfo::cpu_ctx> others = cpus;
+  std::erase_if(others, [&](const auto& cpu) { return same_core(cpu, measuring); });
+  if (others.size() >= 2) cpus = std::move(others);
+}
+
 void LoadBench::ChooseLoadCpus(const NumaInfo::cpu_ctx* reserved) {
   std::vector<NumaInfo::cpu_ctx> cpus = CandidateCpus();
   load_nodes_.clear();
   if (reserved != nullptr) {
     std::erase_if(cpus, [reserved](const auto& cpu) { return cpu.cpu_id == reserved->cpu_id; });
+    if (config_.load_cpu.empty()) LeaveOutSiblings(*reserved, cpus);
     load_nodes_.push_back(reserved->numa_id);
     if (cpus.size() == 1) {
       Warn() << "The main thread shares CPU " << cpus.front().cpu_id
@@ -141,6 +151,21 @@ void LoadBench::EnsurePass(const std::vector<Mix>& mixes, int64_t free) {
   Warn() << "Memory size of " << buf_size_ << " Byte does not hold one pass of the load, raised to "
          << raised << " Byte (" << raised / kMiB << " MiB)\n";
   buf_size_ = raised;
+}
+
+void LoadBench::WarnOfLoad(const std::vector<Mix>& mixes) {
+  int64_t touched = std::numeric_limits<int64_t>::max();
+  for (const Mix& mix : mixes) {
+    const LoadPlan plan(mix, config_.full, kBlocksPerPass);
+    const int64_t regions = (plan.read_step > 0 ? 1 : 0) + (plan.write_step > 0 ? 1 : 0);
+    touched = std::min(touched, regions * buf_size_ * (thread_num_ - 1));
+    if (plan.kernel == nullptr && (config_.run_loaded_latency || config_.bw_delay > 0)) {
+      Warn() << "The ratio " << mix.read << ":" << mix.write << " has no kernel of its own: the "
+             << "delay comes once in " << kBlocksPerPass << " units of it and hardly lowers the "
+             << "load\n";
+    }
+  }
+  WarnIfCached("The load", touched, LoadCpus());
 }
 
 void LoadBench::AllocBuffers(int64_t first_offset) {

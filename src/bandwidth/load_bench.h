@@ -39,6 +39,10 @@ class LoadBench : public Bench {
   // when that does not fit, or when a configured size is beyond the machine's memory.
   void SizeBuffers(const std::vector<Mix>& mixes, int64_t free, int64_t reserved);
 
+  // Warns of what in the load of `mixes` would measure something else than memory under that load:
+  // regions that the caches hold, a delay that hardly lowers the load.
+  void WarnOfLoad(const std::vector<Mix>& mixes);
+
   // Every buffer is mapped and first touched on the CPU that will use it. In a physical range the
   // first lies `first_offset` bytes behind its start, the others behind one another.
   void AllocBuffers(int64_t first_offset);
@@ -57,6 +61,8 @@ class LoadBench : public Bench {
 
  private:
   std::vector<NumaInfo::cpu_ctx> CandidateCpus();
+  static void LeaveOutSiblings(const NumaInfo::cpu_ctx& measuring,
+                               std::vector<NumaInfo::cpu_ctx>& cpus);
   void EnsurePass(const std::vector<Mix>& mixes, int64_t free);
 
   std::vector<int> load_nodes_;  // of all threads and the reserved CPU, rising

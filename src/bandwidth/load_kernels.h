@@ -15,9 +15,10 @@
 
 #include <cstdint>
 
+#include "mem/chain.h"
+
 namespace velmo {
 
-inline constexpr int kLineBytes = 64;
 inline constexpr int kBlockLines = 4;  // lines written (or, by a kernel that only reads, read)
 
 void r1(void*& buf, unsigned int count, unsigned int delay);

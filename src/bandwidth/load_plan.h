@@ -33,12 +33,17 @@ struct LoadPlan {
   int64_t write_step;
 };
 
+// Blocks of a pass that takes about a millisecond at most, whatever the delay behind each: a longer
+// one would make samples of the counter swing, and a stop wait for its end.
+int32_t blocks_of_pass(uint32_t delay);
+
 // What a load thread does.
 struct LoadSpec {
   Mix mix{1, 0, 0};
   bool full = false;    // whole lines, not one 16-byte access a line
   uint32_t delay = 0;   // turns of an empty loop behind every block (bandwidth/load_kernels.h)
   int32_t stride = 64;  // bytes between the lines that are marked and flushed before
+  bool flush = true;    // the regions' lines; false: they were, and hold nothing worth it since
   uint64_t passes = 0;  // to make; 0: until it is stopped
 };
 

@@ -1,5 +1,7 @@
 #include "bandwidth/load_team.h"
 
+#include <new>
+#include <type_traits>
 #include <utility>
 
 #include "app/clock.h"
@@ -7,11 +9,16 @@
 
 namespace velmo {
 
+static_assert(std::is_trivially_destructible_v<LoadWorker>, "its memory is released without it");
+
 LoadTeam::LoadTeam(const LoadSpec& spec, std::vector<int> cpus,
                    const std::vector<LoadRegions>& regions)
     : cpus_(std::move(cpus)), last_sample_(cpus_.size()) {
-  for (size_t i = 0; i < cpus_.size(); ++i) workers_.push_back(std::make_unique<LoadWorker>(spec));
+  seats_.resize(cpus_.size());
+  workers_.resize(cpus_.size());
   run_pinned(cpus_, [&](size_t i) {
+    seats_[i] = Buffer({}, sizeof(LoadWorker));
+    workers_[i] = new (seats_[i].data()) LoadWorker(spec);
     workers_[i]->SetMem(regions[i].data, regions[i].region, spec.passes > 0 ? cpus_[i] : -1);
   });
 }
@@ -38,7 +45,7 @@ double LoadTeam::Sample(size_t i) {
 }
 
 void LoadTeam::Stop() {
-  for (const auto& worker : workers_) worker->stop_ = true;
+  for (LoadWorker* worker : workers_) worker->stop_ = true;
   OpenGate();
   for (std::thread& thread : threads_) {
     if (thread.joinable()) thread.join();

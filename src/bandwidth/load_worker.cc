@@ -1,5 +1,7 @@
 #include "bandwidth/load_worker.h"
 
+#include <algorithm>
+
 #include "app/clock.h"
 #include "mem/chain.h"
 
@@ -50,15 +52,21 @@ void LoadWorker::SetMem(void* buf, long size, long fill) {
         static_cast<char*>(region)[i * stride] = static_cast<char>(fill);
       }
     }
-    flush_lines(region, count, stride);
+    if (spec_.flush) flush_lines(region, count, stride);
   }
 }
 
 void LoadWorker::Start(Gate& gate) {
-  const LoadPlan plan(spec_.mix, spec_.full, blocks_per_pass_);
+  LoadPlan plan(spec_.mix, spec_.full, blocks_per_pass_);
+  int32_t blocks = blocks_per_pass_;
+  // The generic loop has one delay a pass.
+  if (plan.kernel != nullptr && spec_.passes == 0) {
+    blocks = std::min(blocks, blocks_of_pass(spec_.delay));
+    plan = LoadPlan(spec_.mix, spec_.full, blocks);
+  }
   Cursor read(read_base_, region_size_, plan.read_step);
   Cursor write(write_base_, region_size_, plan.write_step);
-  const auto units = static_cast<unsigned int>(blocks_per_pass_);
+  const auto units = static_cast<unsigned int>(blocks);
 
   const auto run_pass = [&] {
     if (plan.kernel != nullptr) {

@@ -23,6 +23,9 @@ constexpr int64_t kMaxProbe = kDefaultBuffer;
 // prefetch brings along. Bytes.
 constexpr int32_t kMinRandomStride = 256;
 
+// Memory that holds this many times the last-level caches is read from memory for the most part.
+constexpr int64_t kCachesCovered = 4;
+
 }  // namespace
 
 Bench::Bench(Configurator config) : config_(std::move(config)) {}
@@ -148,6 +151,17 @@ void Bench::ChoosePattern(bool off, int64_t size, LatencySpec& spec) const {
     }
   }
   CheckHoldsStride(size, spec.stride);
+}
+
+void Bench::WarnIfCached(const std::string& who, int64_t bytes, std::vector<int> cpus) {
+  std::sort(cpus.begin(), cpus.end());
+  caches_.Read(cpus);
+  const int64_t cache = caches_.LastLevelBytes(cpus);
+  if (bytes >= kCachesCovered * cache) return;
+  constexpr int64_t kKiB = 1024;
+  Warn() << who << " touches " << bytes / kKiB << " KiB of memory, less than " << kCachesCovered
+         << " times the " << cache / kKiB << " KiB of last-level cache of its CPUs: the result is "
+         << "that of caches, in part. Increase the size with -m\n";
 }
 
 void Bench::CheckHoldsStride(int64_t size, int32_t stride) {

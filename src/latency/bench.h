@@ -6,12 +6,15 @@
 #include <atomic>
 #include <cstdint>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "app/progress.h"
 #include "app/spinners.h"
 #include "config/configurator.h"
 #include "latency/measure_latency.h"
 #include "mem/buffer.h"
+#include "platform/caches.h"
 
 namespace velmo {
 
@@ -62,6 +65,7 @@ class Bench {
   uint32_t node_idx_ = 0;    // memory target under test
   int64_t free_mem_ = 0;     // usable bytes of the target
   double free_ratio_ = 0.8;  // share of the free memory that is usable
+  Caches caches_;            // read where they are asked for
 
  protected:
   ~Bench() = default;
@@ -73,6 +77,10 @@ class Bench {
   // stay on, with a message, only a random one, for which the stride is raised to 256 bytes.
   // exit(1) when the buffer does not hold one stride.
   void ChoosePattern(bool off, int64_t size, LatencySpec& spec) const;
+
+  // Warns where the `bytes` of memory that `who` touches on `cpus` are less than four times the
+  // last-level caches there: much of what is measured would be the caches.
+  void WarnIfCached(const std::string& who, int64_t bytes, std::vector<int> cpus);
 
   // exit(1) when `size` bytes do not hold one `stride`.
   static void CheckHoldsStride(int64_t size, int32_t stride);

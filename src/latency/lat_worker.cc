@@ -11,9 +11,13 @@ void LatWorker::SetMem(void* buf, int64_t size) {
   size_ = size;
 }
 
-void LatWorker::InitParameter(access_type_t type, bool burst) {
+void LatWorker::InitParameter(access_type_t type, bool burst, bool laid) {
   spec_.pattern = type;
-  lay_chain(buf_, size_, spec_.stride, type);
+  if (laid) {
+    flush_lines(buf_, static_cast<uint64_t>(size_ / spec_.stride), spec_.stride);
+  } else {
+    lay_chain(buf_, size_, spec_.stride, type);
+  }
   samples_ = {};
   result_ = {};
 
@@ -33,7 +37,10 @@ void LatWorker::InitParameter(access_type_t type, bool burst) {
   spec_.samples = laps_ > 1 ? (laps_ - 1) * elements : 0;
 }
 
-void LatWorker::Simple() { result_.average = MeasureAverage(buf_, simple_loads_); }
+void LatWorker::Simple() {
+  const auto lap = static_cast<uint64_t>(size_ / spec_.stride);
+  result_.average = MeasureAverage(buf_, std::min<uint64_t>(simple_loads_, lap));
+}
 
 void LatWorker::Burst(Gate& gate) { Measure(gate, 0); }
 

@@ -27,10 +27,11 @@ class LatWorker {
   void SetMem(void* buf, int64_t size);
 
   // Lays the chain, flushes it from the caches and resets the results. `burst` shortens the run for
-  // a measurement under load. The buffer must hold one stride.
-  void InitParameter(access_type_t type, bool burst);
+  // a measurement under load; a chain that is `laid` is only flushed. The buffer must hold one
+  // stride.
+  void InitParameter(access_type_t type, bool burst, bool laid = false);
 
-  // Average over simple_loads_ steps of the chain, into result_.
+  // Average over simple_loads_ steps of the chain, one lap of it at most, into result_.
   void Simple();
 
   // Wait at the gate and measure the average and the distribution of the latency, back to back

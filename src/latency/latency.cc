@@ -53,7 +53,7 @@ void Latency::MeasureTarget() {
   std::cout << kSeparator << "Memory #" << node_idx_ << " Result\n";
   UpdateFreeMem();
   if (config_.mem_size == -1) config_.mem_size = kDefaultBuffer;
-  config_.mem_size = std::min(config_.mem_size, free_mem_);
+  LowerSize();
   CheckHoldsStride(config_.mem_size, config_.stride);
 
   NumaInfo::cpu_ctx cpu = config_.latency_cpu;
@@ -61,20 +61,32 @@ void Latency::MeasureTarget() {
   std::cout << "cpu-numa_id: " << cpu.numa_id << '\n';
 
   if (config_.node_spinners) StartSpinners(cpu);
-  const Buffer buffer = [this] {
+  const Buffer buffer = [&] {
     const Progress progress = ShowZeroing(config_.mem_size);
-    return AllocMem(config_.mem_size, -1, 0);
+    // Memory that is bound to no node comes from the node of the CPU that touches it first.
+    return AllocMem(config_.mem_size, cpu.cpu_id, 0);
   }();
   PrintSetup(cpu);
 
   const PrefetchersOff prefetchers(cpu.cpu_id);
   LatencySpec spec = ChaseSpec(cpu);
   ChoosePattern(prefetchers.off(), config_.mem_size, spec);
+  WarnIfCached("The chain", config_.mem_size / spec.stride * kLineBytes, {cpu.cpu_id});
   LatWorker worker(spec, config_.iter);
   worker.SetMem(buffer.data(), buffer.size());
   if (config_.delayed_latency) MeasureOn(worker, cpu, true);
   if (config_.burst_latency) MeasureOn(worker, cpu, false);
   StopSpinners();
+}
+
+void Latency::LowerSize() {
+  constexpr int64_t kMiB = 1 << 20;
+  const int64_t wanted = config_.mem_size;
+  config_.mem_size = std::min(wanted, free_mem_);
+  if (config_.mem_size < wanted) {
+    Warn() << "Memory size is lowered from " << wanted / kMiB << " MiB to "
+           << config_.mem_size / kMiB << " MiB: no more of the memory is free\n";
+  }
 }
 
 // One spinning thread a node, away from the measuring core where the node has another.

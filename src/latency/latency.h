@@ -18,6 +18,9 @@ class Latency : public Bench {
 
  private:
   void MeasureTarget();
+
+  // The size that is measured: no more than is free of the target.
+  void LowerSize();
   void StartSpinners(const NumaInfo::cpu_ctx& measuring);
   void PrintSetup(const NumaInfo::cpu_ctx& cpu) const;
 

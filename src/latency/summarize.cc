@@ -18,9 +18,9 @@ void SetPercentiles(const LatencySamples& samples, double ticks_per_second, Late
       {result.p99, static_cast<uint64_t>(count * 0.99)},
       {result.p99_9, static_cast<uint64_t>(count * 0.999)},
   };
-  uint32_t running = 0;
+  uint64_t running = 0;
   for (size_t c = 0; c < samples.histogram.size(); ++c) {
-    running += static_cast<uint32_t>(samples.histogram[c]);
+    running += static_cast<uint64_t>(samples.histogram[c]);
     for (const Percentile& p : percentiles) {
       // A bin below 1 ns leaves the value at 0, so the next bin above the threshold gives it.
       if (p.value == 0 && running > p.threshold) {

@@ -45,6 +45,7 @@ void LoadedLatency::MeasureTarget() {
   }
   chase_ = ChaseSpec(lat_cpu_);
   SizeBuffers({ConfiguredMix()}, free, lat_size_);
+  WarnOfLoad({ConfiguredMix()});
   if (config_.node_spinners) StartLoadSpinners();
   lat_buffer_ = AllocMem(lat_size_, lat_cpu_.cpu_id, 0);
   {
@@ -55,6 +56,7 @@ void LoadedLatency::MeasureTarget() {
   {
     const PrefetchersOff prefetchers(lat_cpu_.cpu_id);
     ChoosePattern(prefetchers.off(), lat_size_, chase_);
+    WarnIfCached("The chain", lat_size_ / chase_.stride * kLineBytes, {lat_cpu_.cpu_id});
     Sweep();
   }
   PrintResult();
@@ -72,6 +74,7 @@ LoadedPoint LoadedLatency::MeasureLoaded(unsigned int delay) {
   PointSpec spec{.latency = chase_,
                  .load = Load(ConfiguredMix()),
                  .load_cpus = LoadCpus(),
+                 .fresh = results_.empty(),
                  .ramp_up = ramp_up_};
   spec.load.delay = delay;
   return MeasurePoint(lat_buffer_.data(), lat_size_, Regions(), spec, config_.tsc_freq);

@@ -15,9 +15,11 @@ LoadedPoint MeasurePoint(void* chain, int64_t size, const std::vector<LoadRegion
                          const PointSpec& spec, double ticks_per_second) {
   LatWorker worker(spec.latency);
   worker.SetMem(chain, size);
-  LoadTeam team(spec.load, spec.load_cpus, regions);
+  LoadSpec load = spec.load;
+  load.flush = spec.fresh;
+  LoadTeam team(load, spec.load_cpus, regions);
   team.Park();
-  worker.InitParameter(spec.latency.pattern, true);
+  worker.InitParameter(spec.latency.pattern, true, !spec.fresh);
   LatThread thread(worker, &LatWorker::Burst);
   team.OpenGate();
   std::this_thread::sleep_for(spec.ramp_up);

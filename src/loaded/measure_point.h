@@ -15,6 +15,7 @@ struct PointSpec {
   LatencySpec latency = {};  // its pattern, stride, chunk and CPU
   LoadSpec load = {};
   std::vector<int> load_cpus = {};
+  bool fresh = true;  // lay the chain and flush all memory; false: flush the chain, no more
   std::chrono::milliseconds ramp_up{5000};  // how long the load runs before latency is measured
 };
 

@@ -10,6 +10,8 @@
 
 namespace velmo {
 
+inline constexpr int kLineBytes = 64;  // of the caches
+
 // The random order stays inside one block of this many bytes at a time: few pages are in use at
 // once, and no prefetcher can guess the next line.
 inline constexpr int kChainBlock = 256 * 1024;

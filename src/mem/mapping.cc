@@ -7,6 +7,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <vector>
+
 #include "app/console.h"
 #include "mem/target.h"
 
@@ -39,6 +43,20 @@ int make_unnamed_file(const std::string& dir) {
   fd = mkstemp(name.data());
   if (fd >= 0) unlink(name.c_str());
   return fd;
+}
+
+// Whether a regular file holds anything but zeros, or cannot be read to its end. Holes are skipped.
+bool holds_data(int fd) {
+  std::vector<char> block(1 << 20);
+  for (off_t at = lseek(fd, 0, SEEK_DATA); at >= 0;) {
+    const ssize_t n = pread(fd, block.data(), block.size(), at);
+    if (n == 0) return false;
+    if (n < 0 || std::any_of(block.begin(), block.begin() + n, [](char c) { return c != 0; })) {
+      return true;
+    }
+    at = lseek(fd, at + n, SEEK_DATA);
+  }
+  return errno != ENXIO;  // no data behind the offset
 }
 
 void* map_shared(const Descriptor& file, long len, long file_offset, const char* failure) {
@@ -108,6 +126,11 @@ void mmap_devdax(void*& addr, long len, const std::string& path) {
   }
   const Descriptor file(open(path.c_str(), O_RDWR));
   if (file.get() < 0) Fatal() << "Failed to allocate memory. Check path or dax device.\n";
+  if (S_ISREG(status.st_mode) && holds_data(file.get())) {
+    Fatal() << "Failed to allocate memory. " << path << " is a file that holds data, which would "
+            << "be overwritten. Name a dax device, or a file of zeros (truncate one that an ended "
+               "run has left)\n";
+  }
   // So would the holes of a file on a full file system.
   if (S_ISREG(status.st_mode) && posix_fallocate(file.get(), 0, len) != 0) {
     Fatal() << "Failed to allocate memory. There is not enough free memory\n";
@@ -128,7 +151,10 @@ void munmap_numa(void*& addr, long len) { unmap(addr, len, "Failed to free memor
 
 void munmap_devmem(void*& addr, long len) { unmap(addr, len, "Failed to free memory.\n"); }
 
-void munmap_devdax(void*& addr, long len) { unmap(addr, len, "Failed to free memory.\n"); }
+void munmap_devdax(void*& addr, long len) {
+  madvise(addr, len, MADV_REMOVE);  // a file is left as it was found; devices know no such thing
+  unmap(addr, len, "Failed to free memory.\n");
+}
 
 void munmap_pmem(void*& addr, long len) { unmap(addr, len, "Failed to free memory.\n"); }
 

@@ -10,6 +10,19 @@
 #include "platform/text_file.h"
 
 namespace velmo {
+namespace {
+
+// Bytes that a character device says it has; -1 where it does not tell.
+int64_t device_size(const struct stat& status) {
+  if (!S_ISCHR(status.st_mode)) return -1;
+  const std::string path = "/sys/dev/char/" + std::to_string(major(status.st_rdev)) + ":" +
+                           std::to_string(minor(status.st_rdev)) + "/size";
+  std::string text;
+  // Few other character devices have such a file.
+  return read_first_line(path, text) ? leading_number(text).value_or(-1) : -1;
+}
+
+}  // namespace
 
 int64_t machine_memory() { return sysconf(_SC_PHYS_PAGES) * sysconf(_SC_PAGESIZE); }
 
@@ -27,13 +40,7 @@ int64_t free_bytes(const MemoryTarget& target) {
 int64_t devdax_size(const std::string& path) {
   struct stat status;
   if (stat(path.c_str(), &status) != 0) return -1;
-  if (S_ISREG(status.st_mode)) return status.st_size;
-  if (!S_ISCHR(status.st_mode)) return -1;
-  const std::string attribute = "/sys/dev/char/" + std::to_string(major(status.st_rdev)) + ":" +
-                                std::to_string(minor(status.st_rdev)) + "/size";
-  std::string size;
-  // Few other character devices have such a file.
-  return read_first_line(attribute, size) ? to_long(size) : -1;
+  return S_ISREG(status.st_mode) ? status.st_size : device_size(status);
 }
 
 }  // namespace velmo

@@ -31,6 +31,7 @@ struct TestBandwidth final : Bandwidth {
   TestBandwidth() : Bandwidth({}) {
     config_.memnode_list = {0};
     free_mem_ = 2 * kMiB;
+    caches_.folder_fmt = "";  // of any machine
   }
   using LoadBench::ChooseLoadCpus, LoadBench::MixName, LoadBench::SizeBuffers,
       LoadBench::StartLoadSpinners;

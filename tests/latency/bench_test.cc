@@ -26,18 +26,25 @@ struct TestBench final : Bench {
 
 TEST(Buffer, OfEachKindIsZeroedAndReleased) {
   const velmo_test::TempDir dir;
-  const std::string device = dir.Write("dax", std::string(kSize, 'x'));
+  const std::string device = dir.Write("dax", std::string(kSize, '\0'));
   const std::pair<int32_t, std::string> kinds[] = {
       {kMemNuma, ""}, {kMemDevdax, device}, {kMemPmem, dir.path()}};
   for (const auto& [kind, path] : kinds) {
     TestBench bench(kind, path);
     Buffer buffer = bench.AllocMem(kSize, -1, 0);
     for (long i = 0; i < kSize; ++i) ASSERT_EQ(buffer.bytes()[i], 0) << kind;
+    buffer.bytes()[0] = 'x';
+    EXPECT_TRUE(kind != kMemDevdax || std::ifstream(path).get() == 'x') << "a copy is under test";
     void* released = buffer.data();
     buffer = {};
     EXPECT_EQ(msync(released, kSize, MS_ASYNC), -1) << kind << " is still mapped";
   }
-  EXPECT_EQ(std::ifstream(device).get(), 0) << "the device itself is under test, not a copy";
+  const std::string used = dir.Write("used", "x" + std::string(kSize, '\0'));
+  const auto refused =
+      velmo_test::RunForked([&] { TestBench(kMemDevdax, used).AllocMem(1, -1, 0); });
+  EXPECT_NE(refused.err.find("used is a file that holds data"), std::string::npos) << refused;
+  EXPECT_EQ(std::ifstream(used).get(), 'x');
+  std::filesystem::remove(used);
   std::filesystem::remove(device);
   EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 }

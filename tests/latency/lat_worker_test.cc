@@ -85,7 +85,7 @@ TEST(Summarize, TakesPercentilesFromTheHistogramAndShiftsThemToTheAverage) {
       {4e9, 10.5, {{2, 198}, {400, 2}}, -9.005, {1, 1, 10, 109, 109}},        // below 1 ns
       {1e9, 20, {{10, 99}, {100'000, 1}}, 989.9, {10, 10, 0, 99010, 99010}},  // shifted below 0
       {1e9, 7, {{1'000'000, 4}}, 999'993, {1'000'000, 1'000'000, 7, 7, 7}},   // last entry
-      {1e9, 15.5, {{10, 1L << 32}, {20, 5}}, -5.5, {0, 0, 5, 5, 5}},          // 32-bit count
+      {1e9, 15.5, {{10, 1L << 32}, {20, 5}}, -5.5, {10, 10, 15, 15, 15}},     // 64-bit count
       {1e9, 42, {}, 0, {0, 0, 0, 0, 0}},
   };
   for (const auto& [freq, base, bins, overhead, percentiles] : cases) {

@@ -24,6 +24,7 @@ TEST(Latency, MeasuresDelayedThenBurstWithThePrefetchersOff) {
     (std::cout << std::fixed).precision(2);
     Latency latency{Configurator()};
     latency.config_.num_targets = 1;
+    latency.caches_.folder_fmt = "";  // of any machine
     latency.config_.memnode_list = {-1};
     latency.config_.mem_size = 1 << 20;
     latency.config_.latency_cpu = {1, here, 0, 5};

@@ -32,13 +32,15 @@ TEST(Measuring, HandsItsResultsBackAndTellsNobody) {
     const std::vector<LoadRegions> regions = {{load.data(), kSize}};
     LoadTeam team({.mix = {2, 1, 1}, .full = true}, {cpu}, regions);
     team.Park();
-    const BandwidthResult bandwidth = MeasureBandwidth(team, {.intervals = 3, .warm_up = 1, .interval = 0.01});
+    const BandwidthResult bandwidth =
+        MeasureBandwidth(team, {.intervals = 3, .warm_up = 1, .interval = 0.01});
 
-    const LoadedPoint point = MeasurePoint(chain.data(), kSize, regions,
-                         {.latency = {.pattern = kSequential, .stride = 128, .cpu = cpu},
-                          .load_cpus = {cpu},
-                          .ramp_up = std::chrono::milliseconds(10)},
-                         kTicks);
+    const LoadedPoint point =
+        MeasurePoint(chain.data(), kSize, regions,
+                     {.latency = {.pattern = kSequential, .stride = 128, .cpu = cpu},
+                      .load_cpus = {cpu},
+                      .ramp_up = std::chrono::milliseconds(10)},
+                     kTicks);
     if (latency.samples != 2000 || latency.average <= 0 || latency.p99_9 < latency.p99) _exit(2);
     if (bandwidth.seconds.size() != 3 || bandwidth.threads.size() != 1) _exit(3);
     if (std::abs(bandwidth.threads[0] / bandwidth.average - 1) > 1e-9) _exit(4);
