@@ -11,4 +11,7 @@ long monotonic_ns();
 // thread keeps its CPU.
 void usec_sleep(double us);
 
+// Ticks per second of the time-stamp counter: the largest of three measurements of 10 ms.
+double counter_rate();
+
 }  // namespace velmo

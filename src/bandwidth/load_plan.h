@@ -45,6 +45,8 @@ struct LoadSpec {
   int32_t stride = 64;  // bytes between the lines that are marked and flushed before
   bool flush = true;    // the regions' lines; false: they were, and hold nothing worth it since
   uint64_t passes = 0;  // to make; 0: until it is stopped
+  // Mixes without a kernel have the delay behind every unit of their lines, not once a pass.
+  bool delay_every_unit = false;
 };
 
 }  // namespace velmo

@@ -36,6 +36,17 @@ class Cursor {
   int64_t done_ = 0;
 };
 
+// A pass of the generic loop with the delay behind every unit.
+void RunUnits(const LoadPlan& plan, void* src, void* dst, unsigned int units, unsigned int delay) {
+  char* s = static_cast<char*>(src);
+  char* d = static_cast<char*>(dst);
+  for (; units > 0; --units) {
+    generic_pass(plan.shape, s, d, 1, plan.write_lines, delay);
+    s += plan.shape.read_lines * kLineBytes;
+    d += plan.write_lines * kLineBytes;
+  }
+}
+
 }  // namespace
 
 LoadWorker::LoadWorker(const LoadSpec& spec) : spec_(spec) {}
@@ -59,8 +70,8 @@ void LoadWorker::SetMem(void* buf, long size, long fill) {
 void LoadWorker::Start(Gate& gate) {
   LoadPlan plan(spec_.mix, spec_.full, blocks_per_pass_);
   int32_t blocks = blocks_per_pass_;
-  // The generic loop has one delay a pass.
-  if (plan.kernel != nullptr && spec_.passes == 0) {
+  // The generic loop has one delay a pass, where not asked for more.
+  if ((plan.kernel != nullptr || spec_.delay_every_unit) && spec_.passes == 0) {
     blocks = std::min(blocks, blocks_of_pass(spec_.delay));
     plan = LoadPlan(spec_.mix, spec_.full, blocks);
   }
@@ -71,6 +82,8 @@ void LoadWorker::Start(Gate& gate) {
   const auto run_pass = [&] {
     if (plan.kernel != nullptr) {
       plan.kernel(read.at(), write.at(), units, spec_.delay);
+    } else if (spec_.delay_every_unit) {
+      RunUnits(plan, read.at(), write.at(), units, spec_.delay);
     } else {
       generic_pass(plan.shape, read.at(), write.at(), units, plan.write_lines, spec_.delay);
     }

@@ -29,7 +29,11 @@ BandwidthResult MeasureBandwidth(LoadTeam& team, const BandwidthSpec& spec,
   result.seconds.reserve(std::min(static_cast<size_t>(spec.intervals), kReserved));
   team.OpenGate();
   for (int i = 1 - spec.warm_up; i <= spec.intervals; ++i) {
-    wait_busily(spec.interval);
+    if (spec.busy) {
+      wait_busily(spec.interval);
+    } else {
+      std::this_thread::sleep_for(std::chrono::duration<double>(spec.interval));
+    }
     double sum = 0;
     for (size_t t = 0; t < team.size(); ++t) {
       const double bandwidth = team.Sample(t) / kBytesPerMb;

@@ -22,13 +22,13 @@ struct BandwidthSpec {
   int intervals = 10;     // that are counted, 1 or more
   int warm_up = 4;        // that are measured and dropped before them, 1 or more
   double interval = 1.0;  // s
+  bool busy = true;       // keep the sampling CPU busy; false: it has work of its own
 };
 
 // Told the number of a counted interval, from 1 on, and its sum in MB/s.
 using BandwidthObserver = std::function<void(int number, double bandwidth)>;
 
-// Opens the gate of a parked team, samples it from the calling thread, which keeps its CPU busy
-// meanwhile, and stops it.
+// Opens the gate of a parked team, samples it from the calling thread, and stops it.
 BandwidthResult MeasureBandwidth(LoadTeam& team, const BandwidthSpec& spec,
                                  const BandwidthObserver& observe = {});
 

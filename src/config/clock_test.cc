@@ -2,13 +2,11 @@
 // how fast does the time-stamp counter run.
 
 #include <algorithm>
-#include <chrono>
 #include <ctime>
 
 #include "app/console.h"
 #include "app/progress.h"
 #include "app/threads.h"
-#include "app/tsc.h"
 #include "config/configurator.h"
 
 namespace velmo {
@@ -26,23 +24,6 @@ double read_clock_pairs(int count) {
              static_cast<double>(second.tv_nsec - first.tv_nsec);
   }
   return total / count;
-}
-
-// Time-stamp-counter ticks per second over a spin of 10 ms.
-double measure_tsc_freq() {
-  using Clock = std::chrono::steady_clock;
-  constexpr std::chrono::milliseconds kSpin(10);
-  const Clock::time_point start = Clock::now();
-  long start_count;
-  rdtsc(start_count);
-  Clock::time_point now;
-  long count;
-  do {
-    now = Clock::now();
-    rdtsc(count);
-  } while (now < start + kSpin);
-  const std::chrono::duration<double> seconds = now - start;
-  return static_cast<double>(count - start_count) / seconds.count();
 }
 
 }  // namespace
@@ -73,10 +54,7 @@ void Configurator::ClockTest() {
   clock_overhead = read_clock_pairs(clock_test_count);
   if (clock_overhead >= clock_overhead_limit) Fatal() << "clock is not work\n";
 
-  constexpr int kTrials = 3;
-  for (int trial = 0; trial < kTrials; ++trial) {
-    tsc_freq = std::max(tsc_freq, measure_tsc_freq());
-  }
+  tsc_freq = counter_rate();
 }
 
 }  // namespace velmo

@@ -18,7 +18,7 @@ double CalibrateDelay(const LatencySpec& spec) {
 
 LatencySamples MeasureLatency(const void* chain, const LatencySpec& spec) {
   LatencySamples result;
-  result.histogram.resize(kMaxCycles + 1);
+  if (spec.samples > 0) result.histogram.resize(kMaxCycles + 1);
   const bool delayed = spec.delay_ns > 0;
 
   const void* p = Chase(chain, spec.warm_up);

@@ -23,11 +23,12 @@ struct LatencySpec {
 };
 
 struct LatencySamples {
-  double average = 0;                   // ns of a load in the first pass, less the real delay
-  double real_delay = 0;                // ns
-  long plain_ns = 0;                    // length of the first pass
-  long sampled_ns = 0;                  // and of the second
-  std::vector<int64_t> histogram = {};  // samples by length in cycles (latency/chase.h)
+  double average = 0;     // ns of a load in the first pass, less the real delay
+  double real_delay = 0;  // ns
+  long plain_ns = 0;      // length of the first pass
+  long sampled_ns = 0;    // and of the second
+  std::vector<int64_t> histogram =
+      {};  // samples by length in cycles (latency/chase.h); empty: none
 };
 
 // Measures on the calling thread, along the chain that begins at `chain`, laid as `spec` says

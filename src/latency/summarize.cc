@@ -40,6 +40,22 @@ double cycles_to_ns(uint64_t cycles, double ticks_per_second) {
   return static_cast<double>(cycles) * 1e9 / ticks_per_second;
 }
 
+double percentile_ns(const LatencySamples& samples, const LatencyResult& result,
+                     double ticks_per_second, double fraction) {
+  const double rank = fraction * static_cast<double>(result.samples);
+  double below = 0;
+  for (size_t c = 0; c < samples.histogram.size(); ++c) {
+    const auto count = static_cast<double>(samples.histogram[c]);
+    if (count == 0 || below + count < rank) {
+      below += count;
+      continue;
+    }
+    const double cycles = static_cast<double>(c) + (rank - below) / count - 0.5;
+    return std::max(cycles * 1e9 / ticks_per_second - result.overhead, 0.0);
+  }
+  return 0;
+}
+
 LatencyResult Summarize(const LatencySamples& samples, double ticks_per_second) {
   LatencyResult result{.average = samples.average};
   double total = 0.0;

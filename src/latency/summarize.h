@@ -23,6 +23,11 @@ struct LatencyResult {
 // `ticks_per_second` is the rate of the time-stamp counter. No samples: the average alone.
 LatencyResult Summarize(const LatencySamples& samples, double ticks_per_second);
 
+// The latency, less the cost of timing, that the share `fraction` (0 to 1) of the samples lies
+// below, interpolated inside a cycle; 0 without samples. Not below 0.
+double percentile_ns(const LatencySamples& samples, const LatencyResult& result,
+                     double ticks_per_second, double fraction);
+
 // Length of `cycles` of the time-stamp counter.
 double cycles_to_ns(uint64_t cycles, double ticks_per_second);
 

@@ -9,6 +9,7 @@
 
 #include "app/clock.h"
 #include "app/console.h"
+#include "latency/lat_worker.h"
 #include "loaded/delay_sweep.h"
 #include "loaded/measure_point.h"
 #include "platform/prefetchers_off.h"
@@ -71,13 +72,19 @@ void LoadedLatency::ChooseCpus() {
 }
 
 LoadedPoint LoadedLatency::MeasureLoaded(unsigned int delay) {
-  PointSpec spec{.latency = chase_,
+  // Laid, and the regions flushed, once a target.
+  const bool fresh = results_.empty();
+  LatWorker worker(chase_);
+  worker.SetMem(lat_buffer_.data(), lat_size_);
+  worker.InitParameter(chase_.pattern, true, !fresh);
+  PointSpec spec{.latency = worker.spec_,
                  .load = Load(ConfiguredMix()),
                  .load_cpus = LoadCpus(),
-                 .fresh = results_.empty(),
-                 .ramp_up = ramp_up_};
+                 .ramp_up = {.window = ramp_up_, .most = ramp_up_}};
+  spec.latency.delay_ns = 0;
   spec.load.delay = delay;
-  return MeasurePoint(lat_buffer_.data(), lat_size_, Regions(), spec, config_.tsc_freq);
+  spec.load.flush = fresh;
+  return MeasurePoint(lat_buffer_.data(), Regions(), spec, config_.tsc_freq);
 }
 
 LoadedLatency::Result LoadedLatency::Measure(unsigned int delay) {
@@ -108,8 +115,7 @@ void LoadedLatency::Sweep() {
 Phase LoadedLatency::SweepPhase(int points_ahead, unsigned int delay, long start) const {
   const size_t done = results_.size();
   const double passed = static_cast<double>(monotonic_ns() - start) * 1e-9;
-  const double ramp_up = static_cast<double>(ramp_up_.count()) * 1e-3;
-  const double a_point = done > 0 ? passed / static_cast<double>(done) : ramp_up + kPointTime;
+  const double a_point = done > 0 ? passed / static_cast<double>(done) : ramp_up_ + kPointTime;
   std::vector<int> measuring = LoadCpus();
   measuring.push_back(lat_cpu_.cpu_id);
   return {.label = "Loaded latency, point " + std::to_string(done + 1) + " of about " +

@@ -3,7 +3,6 @@
 
 #pragma once
 
-#include <chrono>
 #include <ostream>
 #include <vector>
 
@@ -27,7 +26,7 @@ class LoadedLatency : public LoadBench {
   // Sorts the results by delay, prints and logs them.
   void PrintResult();
 
-  std::chrono::milliseconds ramp_up_{5000};  // of the load before the latency is measured
+  double ramp_up_ = 5;  // s of load before the latency is measured
   std::vector<Result> results_;
 
  private:

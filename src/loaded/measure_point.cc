@@ -1,37 +1,60 @@
 #include "loaded/measure_point.h"
 
+#include <algorithm>
+#include <array>
+#include <chrono>
 #include <thread>
 
-#include "latency/latency_thread.h"
+#include "app/threads.h"
 
 namespace velmo {
 namespace {
 
 constexpr double kBytesPerLoad = 64;  // a line
 
+// Bytes per second of the whole team since its last sample.
+double SampleAll(LoadTeam& team) {
+  double sum = 0;
+  for (size_t t = 0; t < team.size(); ++t) sum += team.Sample(t);
+  return sum;
+}
+
+void AwaitSteadyLoad(LoadTeam& team, const RampUp& ramp_up) {
+  std::array<double, 3> windows{};
+  double passed = 0;
+  do {
+    std::this_thread::sleep_for(std::chrono::duration<double>(ramp_up.window));
+    passed += ramp_up.window;
+    std::rotate(windows.begin(), windows.begin() + 1, windows.end());
+    windows.back() = SampleAll(team);
+    const auto [low, high] = std::minmax_element(windows.begin(), windows.end());
+    if (*low > 0 && *high - *low <= ramp_up.agreement * *high) return;
+  } while (passed < ramp_up.most);
+}
+
 }  // namespace
 
-LoadedPoint MeasurePoint(void* chain, int64_t size, const std::vector<LoadRegions>& regions,
+LoadedPoint MeasurePoint(const void* chain, const std::vector<LoadRegions>& regions,
                          const PointSpec& spec, double ticks_per_second) {
-  LatWorker worker(spec.latency);
-  worker.SetMem(chain, size);
-  LoadSpec load = spec.load;
-  load.flush = spec.fresh;
-  LoadTeam team(load, spec.load_cpus, regions);
+  LoadedPoint point{.pattern = spec.latency.pattern, .stride = spec.latency.stride};
+  LoadTeam team(spec.load, spec.load_cpus, regions);
   team.Park();
-  worker.InitParameter(spec.latency.pattern, true, !spec.fresh);
-  LatThread thread(worker, &LatWorker::Burst);
+  Gate gate;
+  std::thread measuring = start_thread([&] {
+    gate.Wait();
+    point.samples = MeasureLatency(chain, spec.latency);
+  });
+  set_thread_affinity(&measuring, spec.latency.cpu);
   team.OpenGate();
-  std::this_thread::sleep_for(spec.ramp_up);
-  for (size_t t = 0; t < team.size(); ++t) team.Sample(t);
+  AwaitSteadyLoad(team, spec.ramp_up);
 
-  thread.Release();
-  thread.Join();
-  double bandwidth = kBytesPerLoad * 1e9 / worker.samples_.average;
-  for (size_t t = 0; t < team.size(); ++t) bandwidth += team.Sample(t);
+  gate.Open();
+  measuring.join();
+  const double load = SampleAll(team);
   team.Stop();
-  worker.Summary(ticks_per_second);
-  return {spec.latency.pattern, spec.latency.stride, bandwidth * 1e-6, worker.result_};
+  point.bandwidth = (load + kBytesPerLoad * 1e9 / point.samples.average) * 1e-6;
+  point.latency = Summarize(point.samples, ticks_per_second);
+  return point;
 }
 
 }  // namespace velmo

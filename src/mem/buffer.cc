@@ -38,6 +38,7 @@ Buffer::Buffer(const MemoryTarget& target, int64_t size, const BufferSpec& spec)
       mmap_devmem(data_, target.base, size, true, spec.offset);
       break;
   }
+  if (!spec.zero) return;
   if (spec.cpu < 0) {
     zero(bytes(), size, spec.zeroed);
   } else {

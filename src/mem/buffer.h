@@ -13,7 +13,8 @@ namespace velmo {
 struct BufferSpec {
   int cpu = -1;  // that touches the pages first; -1: that of the calling thread
   PageSize pages = PageSize::kSystem;  // of anonymous memory
-  int64_t offset = 0;                  // behind the start of a physical range, in bytes
+  bool zero = true;    // false: who uses the buffer touches it first, on the right CPU
+  int64_t offset = 0;  // behind the start of a physical range, in bytes
   // Raised by the bytes that are zeroed, from time to time; null: nobody watches.
   std::atomic<int64_t>* zeroed = nullptr;
 };

@@ -35,17 +35,16 @@ TEST(Measuring, HandsItsResultsBackAndTellsNobody) {
     const BandwidthResult bandwidth =
         MeasureBandwidth(team, {.intervals = 3, .warm_up = 1, .interval = 0.01});
 
+    LatencySpec loaded = chase;
+    loaded.cpu = cpu;
     const LoadedPoint point =
-        MeasurePoint(chain.data(), kSize, regions,
-                     {.latency = {.pattern = kSequential, .stride = 128, .cpu = cpu},
-                      .load_cpus = {cpu},
-                      .ramp_up = std::chrono::milliseconds(10)},
-                     kTicks);
+        MeasurePoint(chain.data(), regions,
+                     {.latency = loaded, .load_cpus = {cpu}, .ramp_up = {.window = 0.01}}, kTicks);
     if (latency.samples != 2000 || latency.average <= 0 || latency.p99_9 < latency.p99) _exit(2);
     if (bandwidth.seconds.size() != 3 || bandwidth.threads.size() != 1) _exit(3);
     if (std::abs(bandwidth.threads[0] / bandwidth.average - 1) > 1e-9) _exit(4);
-    if (point.bandwidth <= 64e3 / point.latency.average || point.stride != 128) _exit(5);
-    if (point.pattern != kSequential || point.latency.samples == 0) _exit(6);
+    if (point.bandwidth <= 64e3 / point.latency.average || point.stride != 256) _exit(5);
+    if (point.pattern != kRandom || point.latency.samples != 2000) _exit(6);
   });
   EXPECT_EQ(outcome, (velmo_test::Outcome{0, "", ""}));
   EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
