@@ -6,3 +6,34 @@ find_package(nlohmann_json REQUIRED)
 
 target_link_libraries(velmo_core PUBLIC CLI11::CLI11 nlohmann_json::nlohmann_json)
 target_compile_definitions(velmo_core PUBLIC VELMO_SURVEY)
+
+# Scripts and styles of the pages become a source file: one raw string each. They stand inside
+# <script> and <style>, so none may hold the text that ends these.
+find_file(VELMO_CHART_JS chart.min.js PATHS /usr/share/javascript/chart.js REQUIRED
+  NO_CMAKE_FIND_ROOT_PATH)
+file(GLOB VELMO_PAGE_FILES CONFIGURE_DEPENDS src/report/*.js src/report/*.css src/fleet/*.js)
+set(embedded)
+foreach(path ${VELMO_CHART_JS} ${VELMO_PAGE_FILES})
+  file(READ ${path} text)
+  if(text MATCHES "</s(cript|tyle)|\\)velmo-embedded\"")
+    message(FATAL_ERROR "${path} cannot be put into a page as it is: it holds ${CMAKE_MATCH_0}")
+  endif()
+  get_filename_component(name ${path} NAME)
+  string(APPEND embedded "    {\"${name}\", R\"velmo-embedded(${text})velmo-embedded\"},\n")
+endforeach()
+set_property(DIRECTORY APPEND PROPERTY
+  CMAKE_CONFIGURE_DEPENDS ${VELMO_CHART_JS} ${VELMO_PAGE_FILES})
+file(CONFIGURE OUTPUT embedded.cc @ONLY CONTENT [[
+#include "report/embedded.h"
+
+namespace velmo {
+namespace {
+constexpr EmbeddedFile kFiles[] = {
+@embedded@};
+}  // namespace
+
+std::span<const EmbeddedFile> embedded_files() { return kFiles; }
+
+}  // namespace velmo
+]])
+target_sources(velmo_core PRIVATE ${CMAKE_CURRENT_BINARY_DIR}/embedded.cc)

@@ -1,0 +1,87 @@
+#include "report/page.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <string_view>
+
+#include "report/embedded.h"
+
+namespace velmo {
+namespace {
+
+struct Escape {
+  std::string_view plain;
+  std::string_view escaped;
+};
+
+constexpr Escape kMarkup[] = {{"&", "&amp;"}, {"<", "&lt;"}, {">", "&gt;"}, {"\"", "&quot;"}};
+
+// In JSON these stand in strings alone. The last two end a line for some readers of scripts.
+constexpr Escape kScript[] = {{"<", "\\u003c"},
+                              {">", "\\u003e"},
+                              {"&", "\\u0026"},
+                              {"\xe2\x80\xa8", "\\u2028"},
+                              {"\xe2\x80\xa9", "\\u2029"}};
+
+template <size_t N>
+void append_escaped(std::string& out, std::string_view text, const Escape (&escapes)[N]) {
+  while (!text.empty()) {
+    const auto* const found = std::find_if(std::begin(escapes), std::end(escapes), [&](auto& e) {
+      return text.substr(0, e.plain.size()) == e.plain;
+    });
+    const bool plain = found == std::end(escapes);
+    out += plain ? text.substr(0, 1) : found->escaped;
+    text.remove_prefix(plain ? 1 : found->plain.size());
+  }
+}
+
+std::string_view embedded_text(std::string_view name) {
+  for (const EmbeddedFile& file : embedded_files()) {
+    if (file.name == name) return file.text;
+  }
+  throw std::logic_error("not built into velmo: " + std::string(name));
+}
+
+// The policy refuses every request, should a browser think of one.
+constexpr char kHead[] = R"(<!doctype html>
+<html lang="en">
+<head>
+<meta charset="utf-8">
+<meta name="viewport" content="width=device-width, initial-scale=1">
+<meta http-equiv="Content-Security-Policy" content="default-src 'none'; img-src data:; )"
+                         R"(style-src 'unsafe-inline'; script-src 'unsafe-inline'; base-uri 'none'">
+<meta name="color-scheme" content="light dark">
+<link rel="icon" href="data:,">
+<title>)";
+
+constexpr char kBody[] = R"(</style>
+</head>
+<body>
+<noscript>This page is drawn by a script in it, which the browser does not run.</noscript>
+<main></main>
+)";
+
+}  // namespace
+
+std::string page_text(const Page& page) {
+  std::string out = kHead;
+  append_escaped(out, page.title, kMarkup);
+  out += "</title>\n<style>\n";
+  out += embedded_text("page.css");
+  out += kBody;
+  for (const Json& data : page.data) {
+    out += "<script type=\"application/json\" class=\"data\">";
+    append_escaped(out, data.dump(-1, ' ', false, Json::error_handler_t::replace), kScript);
+    out += "</script>\n";
+  }
+  std::vector<std::string> scripts = {"chart.min.js", "page.js"};
+  scripts.insert(scripts.end(), page.scripts.begin(), page.scripts.end());
+  for (const std::string& name : scripts) {
+    out += "<script>\n";
+    out += embedded_text(name);
+    out += "</script>\n";
+  }
+  return out += "</body>\n</html>\n";
+}
+
+}  // namespace velmo
