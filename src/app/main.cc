@@ -16,6 +16,7 @@
 #include "platform/prefetch.h"
 
 #ifdef VELMO_SURVEY
+#include "report/report_command.h"
 #include "survey/show_command.h"
 #endif
 
@@ -29,6 +30,7 @@ struct Word {
 };
 
 constexpr Word kWords[] = {
+    {"report", velmo::run_report},
     {"show", velmo::run_show},
 };
 #endif

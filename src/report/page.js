@@ -60,16 +60,26 @@ const velmo = (() => {
       ["B", "KiB", "MiB", "GiB", "TiB", "PiB"][power];
   }
 
-  // A table of text. Columns: {title, text: true} is set from the left, others from the right.
-  // Rows: arrays of texts or elements. It scrolls by itself where the page is too narrow.
+  // A table of text. Columns: {title, text: true} is set from the left, others from the right;
+  // neighbours of one `group` stand under it. Rows: arrays of texts or elements. It scrolls by
+  // itself where the page is too narrow.
   function table(caption, columns, rows) {
-    const side = (i) => columns[i].text ? "text" : null;
+    const side = (i) => [columns[i].text ? "text" : "",
+      i && columns[i].group !== columns[i - 1].group ? "first" : ""].join(" ").trim() || null;
+    const groups = [];
+    for (const {group} of columns) {
+      if (groups.length && groups.at(-1).group === group) groups.at(-1).count++;
+      else groups.push({group, count: 1});
+    }
+    const grouped = columns.some(({group}) => group) ? el("tr", {class: "groups"},
+      groups.map(({group, count}, i) => el("th", {scope: "colgroup", colspan: count,
+        class: i ? "first" : null}, group ?? ""))) : null;
     const body = rows.map((row) => el("tr", {}, row.map((value, i) => i === 0
       ? el("th", {scope: "row", class: side(i)}, value)
       : el("td", {class: side(i)}, value))));
     return el("div", {class: "scroll", tabindex: 0, role: "region", "aria-label": caption},
       el("table", {},
-        el("thead", {}, el("tr", {}, columns.map((column, i) =>
+        el("thead", {}, grouped, el("tr", {}, columns.map((column, i) =>
           el("th", {scope: "col", class: side(i)}, column.title)))),
         el("tbody", {}, body)));
   }
@@ -181,7 +191,7 @@ const velmo = (() => {
   };
 
   // Ticks of a logarithmic axis: 1, 2 and 5 of each decade.
-  const decades = (format) => (value) => /^[125]/.test(value.toExponential()) ? format(value) : null;
+  const decades = (format) => (value) => /^[125]e/.test(value.toExponential()) ? format(value) : null;
 
   const data = [...document.querySelectorAll("script.data")]
     .map((element) => ({text: element.textContent, value: JSON.parse(element.textContent)}));

@@ -231,13 +231,15 @@ Survey parse_survey(const std::string& text, const std::string& name) {
   }
 }
 
-Survey read_survey(const std::string& path) {
+std::string survey_file_text(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   std::string text{std::istreambuf_iterator<char>(in), {}};
   if (!in || in.bad()) {
     throw std::runtime_error("Failed to read " + path + ": " + std::strerror(errno));
   }
-  return parse_survey(text, path);
+  return text;
 }
+
+Survey read_survey(const std::string& path) { return parse_survey(survey_file_text(path), path); }
 
 }  // namespace velmo

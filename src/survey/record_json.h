@@ -23,7 +23,10 @@ std::string survey_text(const Survey& survey);
 // version of the format is accepted.
 Survey parse_survey(const std::string& text, const std::string& name);
 
-// The survey in the file at `path`; std::runtime_error as above, or where it cannot be read.
+// The text of the file at `path`. Throws std::runtime_error where it cannot be read.
+std::string survey_file_text(const std::string& path);
+
+// The survey in the file at `path`; std::runtime_error as of the two above.
 Survey read_survey(const std::string& path);
 
 }  // namespace velmo

@@ -1,0 +1,150 @@
+// The loaded curves: latency over delivered bandwidth, a curve a memory and mix.
+"use strict";
+
+const curves = (() => {
+  const {el, figure, gigabytes} = velmo;
+  const {memories} = model;
+
+  const loaded = memories.flatMap((memory) => memory.loaded.filter((cell) =>
+    model.curve(cell).some(({summary}) => summary.bytes_per_second && summary.median_ns))
+    .map((cell) => ({memory, cell, mix: cell.parameters.mix})));
+  const owners = [...new Set(loaded.map(({memory}) => memory))];
+  const mixes = model.mixesOf(loaded.map(({cell}) => cell));
+  // Colour tells the memories apart, dashes and markers the mixes; of one memory alone, colour
+  // tells the mixes.
+  const colourOf = ({memory, mix}) => owners.length > 1 ? memory.index : mixes.indexOf(mix);
+  const styleOf = ({mix}) => mixes.indexOf(mix);
+
+  // More curves than this are not shown at once: then the first mix of each memory is.
+  const kShownCurves = 4;
+  const shownAtFirst = ({memory, mix}) => loaded.length <= kShownCurves ||
+    (mix === mixes[0] && owners.indexOf(memory) < 8);
+
+  // Three datasets: the median with its intervals, the 99th that closes the band above it, and the
+  // 99.9th as a thin line.
+  function datasetsOf(entry) {
+    const points = model.curve(entry.cell).filter(({summary}) =>
+      summary.bytes_per_second && summary.median_ns);
+    const at = (name) => points.filter(({summary}) => summary[name]).map(({delay, summary}) => ({
+      x: summary.bytes_per_second.median / 1e9, y: summary[name].median, delay, summary, entry}));
+    const intervals = ({summary: {bytes_per_second: b, median_ns: m}}) =>
+      ({xLow: b.low / 1e9, xHigh: b.high / 1e9, yLow: m.low, yHigh: m.high});
+    const colour = () => velmo.series(colourOf(entry));
+    const common = {borderColor: colour, backgroundColor: colour, pointBorderColor: colour,
+                    pointBackgroundColor: colour, entry};
+    const name = `${entry.memory.label}, ${entry.mix}`;
+    return [
+      {...common, label: name, borderWidth: 2.25, pointRadius: 3.5, whiskers: true, band: true,
+       borderDash: velmo.dash(owners.length > 1 ? styleOf(entry) : 0),
+       pointStyle: velmo.marker(styleOf(entry)),
+       data: at("median_ns").map((point) => ({...point, ...intervals(point)}))},
+      {...common, label: `${name}, 99th`, showLine: false, pointRadius: 0, data: at("p99_ns")},
+      {...common, label: `${name}, 99.9th`, borderWidth: 0.75, pointRadius: 0, data: at("p99_9_ns")},
+    ];
+  }
+
+  // Fills from the median's dataset to the 99th's behind it.
+  const bands = {id: "bands", beforeDatasetsDraw(chart) {
+    const {ctx, chartArea: area} = chart;
+    ctx.save();
+    ctx.beginPath();
+    ctx.rect(area.left, area.top, area.right - area.left, area.bottom - area.top);
+    ctx.clip();
+    chart.data.datasets.forEach((dataset, i) => {
+      if (!dataset.band || !chart.isDatasetVisible(i)) return;
+      const upper = chart.getDatasetMeta(i + 1).data;
+      if (!upper.length) return;
+      ctx.fillStyle = velmo.alpha(dataset.borderColor(), 0.13);
+      ctx.beginPath();
+      for (const {x, y} of chart.getDatasetMeta(i).data) ctx.lineTo(x, y);
+      for (const {x, y} of [...upper].reverse()) ctx.lineTo(x, y);
+      ctx.fill();
+    });
+    ctx.restore();
+  }};
+
+  const pointText = (summary, name, format) => summary[name] ?
+    `${format(summary[name].median)} (${tables.range(summary[name], format)})` : "–";
+
+  const tooltip = {callbacks: {
+    title: ([item]) => item ? `${item.raw.entry.memory.label}, ${item.raw.entry.mix}` : "",
+    label: ({raw: {summary, delay}}) => [
+      `Bandwidth ${pointText(summary, "bytes_per_second", gigabytes)} GB/s`,
+      `Median ${pointText(summary, "median_ns", figure)} ns`,
+      `Average ${pointText(summary, "average_ns", figure)} ns`,
+      `99th ${pointText(summary, "p99_ns", figure)} ns`,
+      `99.9th ${pointText(summary, "p99_9_ns", figure)} ns`,
+      `Delay of the load ${velmo.number(delay)}`,
+    ],
+  }};
+
+  // The legend: a row a memory, a column a mix; the headings switch their whole row or column.
+  function legend(chart) {
+    const buttons = new Map(loaded.map((entry, i) => [entry, velmo.toggle(entry.mix, chart,
+      [3 * i, 3 * i + 1, 3 * i + 2], shownAtFirst(entry),
+      velmo.swatch(colourOf(entry), owners.length > 1 ? styleOf(entry) : 0,
+                   velmo.marker(styleOf(entry))))]));
+    for (const [{memory, mix}, button] of buttons) {
+      button.setAttribute("aria-label", `${memory.label}, mix ${mix}`);
+    }
+    const group = (label, side, belongs) => el("button", {
+      type: "button", class: `group ${side}`, title: "Show or hide all of these", click: () => {
+        const mine = [...buttons].filter(([entry]) => belongs(entry)).map(([, button]) => button);
+        const on = mine.some((button) => button.getAttribute("aria-pressed") === "false");
+        for (const button of mine) button.show(on);
+        chart.update("none");
+      }}, label);
+    const heading = owners.length > 1 ? [group("All", "row column", () => true),
+      ...mixes.map((mix) => group(mix, "column", (entry) => entry.mix === mix))] : [];
+    const rows = owners.flatMap((memory) => [
+      group(memory.label, "row", (entry) => entry.memory === memory),
+      ...mixes.map((mix) => buttons.get(loaded.find((entry) =>
+        entry.memory === memory && entry.mix === mix)) ?? el("span"))]);
+    return el("div", {class: "legend curves", role: "group", "aria-label": "Shown in the chart",
+      style: `grid-template-columns: auto repeat(${mixes.length}, auto)`}, heading, rows);
+  }
+
+  function scaleButton(chart) {
+    const button = el("button", {type: "button", class: "switch", "aria-pressed": true, click: () => {
+      const on = button.getAttribute("aria-pressed") !== "true";
+      button.setAttribute("aria-pressed", on);
+      chart.options.scales.y = latencyAxis(on);
+      chart.update("none");
+    }}, "Logarithmic");
+    return button;
+  }
+  const least = () => Math.min(...loaded.flatMap(({cell}) => model.curve(cell).map(({summary}) =>
+    summary.median_ns?.low ?? Infinity)));
+  const latencyAxis = (on) => on ?
+    charts.logarithmic("Latency, ns", velmo.number, {min: charts.below(least())}) :
+    velmo.axis("Latency, ns", {beginAtZero: true});
+
+  function draw() {
+    if (!loaded.length) return;
+    const place = el("div");
+    const section = velmo.section("curves", "Latency under load",
+      "Latency of dependent loads while other CPUs move that much. The thick line is the median, " +
+      "with the interval of each point; the band reaches to the 99th percentile, the thin line is " +
+      "the 99.9th.", place);
+    const chart = velmo.chart(place, "curves-chart",
+      "Latency in ns over delivered bandwidth in GB/s, a curve a memory and mix", 480, {
+        type: "line", data: {datasets: loaded.flatMap(datasetsOf)}, plugins: [bands],
+        options: {
+          interaction: {mode: "nearest", intersect: false},
+          scales: {x: velmo.axis("Delivered bandwidth, GB/s", {type: "linear", beginAtZero: true}),
+                   y: latencyAxis(true)},
+          plugins: {tooltip}}});
+    section.insertBefore(el("div", {class: "controls"}, legend(chart), scaleButton(chart)), place);
+    chart.update("none");
+    section.append(velmo.fold("Table", velmo.table("Latency under load",
+      [{title: "Memory", text: true}, {title: "Mix", text: true}, {title: "Delay"},
+       {title: "Bandwidth, GB/s"}, {title: "Average, ns"}, {title: "Median, ns"},
+       {title: "99th, ns"}, {title: "99.9th, ns"}],
+      loaded.flatMap(({memory, mix, cell}) => model.curve(cell).map(({delay, summary}) =>
+        [memory.label, mix, velmo.number(delay), pointText(summary, "bytes_per_second", gigabytes),
+         ...["average_ns", "median_ns", "p99_ns", "p99_9_ns"].map((name) =>
+           pointText(summary, name, figure))])))));
+  }
+
+  return {draw};
+})();

@@ -1,0 +1,151 @@
+// The surveys of the page as its parts ask for them.
+"use strict";
+
+const model = (() => {
+  const list = (value) => Array.isArray(value) ? value : [];
+  const unknown = (value) => value === null || value === undefined ||
+    (typeof value === "object" && value.value === null && value.reason !== undefined);
+  // What the survey could not read is undefined here.
+  const known = (value) => unknown(value) ? undefined : value;
+
+  // "node 1", "/dev/dax0.0", "/mnt/pmem0", or "own nodes" of cells over the whole machine.
+  const memoryName = (memory) => typeof memory.node === "number" ? `node ${memory.node}` :
+    memory.device || memory.directory || "own nodes";
+  const sourceName = (from) => from.cpu_node === null ? "all CPUs" : `CPUs of node ${from.cpu_node}`;
+
+  const cellsOf = (survey, kind, scope) => survey.cells.filter((cell) =>
+    cell.kind === kind && cell.parameters.scope === scope);
+  // Median, low and high of a figure; undefined where the cell has none.
+  const estimate = (cell, name) => cell?.summary?.[name];
+
+  const kinds = {idle_latency: "Idle latency", latency_by_size: "Latency by size",
+                 bandwidth: "Bandwidth", loaded_latency: "Loaded latency"};
+  const scopes = {large_pages: "large pages", one_thread: "one thread", machine: "whole machine"};
+  function cellName(cell) {
+    const {mix, scope, buffer_bytes: size} = cell.parameters;
+    const about = [kinds[cell.kind] ?? cell.kind, mix ? ` ${mix}` : "",
+                   cell.kind === "latency_by_size" ? ` ${velmo.bytes(size)}` : ""].join("");
+    return [about, scopes[scope], `${sourceName(cell.from)} to ${memoryName(cell.memory)}`]
+      .filter(Boolean).join(", ");
+  }
+
+  // The CPU node from which a memory has the most cells: its nearest, which alone is measured with
+  // all mixes. Of several, the one with the least idle latency.
+  function nearest(survey, memory) {
+    const counts = new Map();
+    const idle = new Map();
+    for (const cell of survey.cells) {
+      const node = cell.from.cpu_node;
+      if (node === null || memoryName(cell.memory) !== memory) continue;
+      if (cell.parameters.scope !== "node" || cell.kind === "latency_by_size") continue;
+      counts.set(node, (counts.get(node) ?? 0) + 1);
+      const average = estimate(cell, "average_ns");
+      if (cell.kind === "idle_latency" && average) idle.set(node, average.median);
+    }
+    return [...counts.keys()].sort((a, b) => counts.get(b) - counts.get(a) ||
+      (idle.get(a) ?? Infinity) - (idle.get(b) ?? Infinity) || a - b)[0];
+  }
+
+  // A memory of a survey with the cells from its nearest CPU node.
+  function memoryOf(survey, name) {
+    const node = nearest(survey, name);
+    const here = (cell) => cell.from.cpu_node === node && memoryName(cell.memory) === name;
+    const sample = survey.cells.find((cell) => memoryName(cell.memory) === name).memory;
+    const about = list(survey.machine.nodes).find((entry) => entry.node === sample.node);
+    return {
+      survey, name, node,
+      type: sample.device ? "device" : sample.directory ? "file system" :
+        known(about?.type) ?? "type unknown",
+      size: known(about?.size_bytes),
+      idle: cellsOf(survey, "idle_latency", "node").find(here),
+      largePages: cellsOf(survey, "idle_latency", "large_pages").find(here),
+      oneThread: cellsOf(survey, "bandwidth", "one_thread").find(here),
+      bandwidth: cellsOf(survey, "bandwidth", "node").filter(here),
+      loaded: cellsOf(survey, "loaded_latency", "node").filter(here),
+    };
+  }
+
+  const surveys = velmo.data.map((record, index) => ({
+    index, record, run: record.run, machine: record.machine, cells: record.cells,
+  }));
+  for (const survey of surveys) {
+    const alike = surveys.filter((other) => other.run.host === survey.run.host);
+    const started = alike.length > 1 ? `, ${when(survey.run.started)}` : "";
+    const twins = alike.filter((other) => other.run.started === survey.run.started);
+    survey.name = survey.run.host + started +
+      (twins.length > 1 ? ` (${twins.indexOf(survey) + 1})` : "");
+    const names = survey.cells.filter((cell) => cell.parameters.scope === "node")
+      .map((cell) => memoryName(cell.memory));
+    survey.memories = [...new Set(names)].map((name) => memoryOf(survey, name));
+  }
+  const memories = surveys.flatMap((survey) => survey.memories);
+  memories.forEach((memory, index) => {
+    memory.index = index;
+    memory.label = surveys.length > 1 ? `${memory.survey.name}: ${memory.name}` : memory.name;
+  });
+
+  // Mixes of cells in the order in which they were measured first.
+  const mixesOf = (cells) => [...new Set(cells.map((cell) => cell.parameters.mix))];
+
+  // "21 Nov 2026, 20:33 UTC"; what is no time stands as it is.
+  function when(text) {
+    const date = new Date(text);
+    return Number.isNaN(date.getTime()) ? text : date.toLocaleString("en-GB", {
+      day: "numeric", month: "short", year: "numeric", hour: "2-digit", minute: "2-digit",
+      timeZone: "UTC"}) + " UTC";
+  }
+  function duration({started, ended}) {
+    const seconds = Math.round((new Date(ended) - new Date(started)) / 1000);
+    if (!(seconds >= 0)) return "duration unknown";
+    const minutes = Math.floor(seconds / 60);
+    return minutes ? `${minutes} min ${seconds % 60} s` : `${seconds} s`;
+  }
+
+  // Points of a loaded curve from the least load to the greatest.
+  const curve = (cell) => [...list(cell.points)].sort((a, b) => b.delay - a.delay);
+
+  // Average latency where a curve first reaches `share` of its greatest bandwidth, in ns, on the
+  // straight line between the points around it; undefined where the curve does not reach so low.
+  function latencyAt(cell, share) {
+    const points = curve(cell).map(({summary}) => [summary.bytes_per_second?.median,
+                                                   summary.average_ns?.median])
+      .filter(([x, y]) => x !== undefined && y !== undefined);
+    const target = share * Math.max(...points.map(([x]) => x));
+    const next = points.findIndex(([x]) => x >= target);
+    if (next < 1) return undefined;
+    const [[x0, y0], [x1, y1]] = [points[next - 1], points[next]];
+    return y0 + (y1 - y0) * (target - x0) / (x1 - x0);
+  }
+
+  // A value of the machine as text, by the unit that its name ends with.
+  function valueText(name, value) {
+    if (unknown(value)) return value?.reason ? `unknown: ${value.reason}` : "none";
+    if (Array.isArray(value)) return value.map((entry) => valueText(name, entry)).join(", ");
+    if (typeof value === "object") {
+      return Object.entries(value).map(([key, entry]) => `${key} ${valueText(key, entry)}`)
+        .join(", ");
+    }
+    if (/_bytes$/.test(name) && Number.isFinite(value)) return velmo.bytes(value);
+    if (/_hz$/.test(name) && Number.isFinite(value)) return `${+(value / 1e9).toFixed(2)} GHz`;
+    return String(value);
+  }
+  const words = (name) => name.replace(/_(bytes|hz)$/, "").replace(/_mt_s$/, " MT/s")
+    .replaceAll("_", " ");
+
+  // [["kernel release", "6.1.0"], ...]: members of `value`, those of objects in it too. A list of
+  // objects is left to `listed`, when that is given.
+  function facts(value, listed, path = []) {
+    if (typeof value !== "object" || unknown(value) || list(value).every((e) => typeof e !== "object")
+        && Array.isArray(value)) {
+      return [[path.map(words).join(" "), valueText(path.at(-1), value)]];
+    }
+    if (Array.isArray(value) && listed) {
+      listed(path.map(words).join(" "), value);
+      return [];
+    }
+    return Object.entries(value).flatMap(([key, entry]) => facts(entry, listed, [...path, key]));
+  }
+
+  return {surveys, memories, list, known, memoryName, sourceName, cellName, cellsOf, estimate,
+          mixesOf, when, duration, curve, latencyAt, valueText, words, facts};
+})();

@@ -1,0 +1,217 @@
+// The parts of the report that are text: whether it can be trusted, a line a memory, the matrices,
+// the machine, and the surveys themselves.
+"use strict";
+
+const tables = (() => {
+  const {el, figure, gigabytes, number} = velmo;
+  const {surveys, memories, known, estimate} = model;
+  const several = surveys.length > 1;
+
+  const range = (e, format) => `${format(e.low)}–${format(e.high)}`;
+  const intervalText = (e) => e.interval === "95 %" ? "95 % interval" : e.interval || "interval";
+  // All that is known of a figure, for the pointer that rests on it.
+  const hover = (e, format, unit) => `${format(e.median)} ${unit}, ` +
+    `${intervalText(e)} ${range(e, format)}, ${e.repeats} repeats`;
+
+  const plural = (count, word) => `${number(count)} ${word}${count === 1 ? "" : "s"}`;
+
+  function machineLine({machine}) {
+    const sockets = known(machine.sockets);
+    const processor = known(machine.processor?.name);
+    const nodes = model.list(machine.nodes);
+    const total = nodes.reduce((sum, node) => sum + (known(node.size_bytes) ?? NaN), 0);
+    const hypervisor = known(machine.hypervisor);
+    return [
+      processor && (sockets > 1 ? `${sockets} × ${processor}` : processor),
+      known(machine.cores) && `${plural(machine.cores, "core")}, ${plural(known(machine.threads), "thread")}`,
+      nodes.length ? `${velmo.bytes(total)} on ${plural(nodes.length, "memory node")}` : null,
+      known(machine.kernel?.release) && `Linux ${machine.kernel.release}`,
+      hypervisor && (hypervisor === "none" ? "bare metal" : `virtual machine (${hypervisor})`),
+    ].filter(Boolean).join(" · ");
+  }
+
+  // "stolen time 2.9 % (limit 0.5 %) in 5 of 7 repeats", a rule after the other.
+  function disturbances(cell) {
+    const repeats = [...model.list(cell.repeats),
+                     ...model.list(cell.points).flatMap((point) => model.list(point.repeats))];
+    const rules = new Map();
+    for (const {rule, value, limit, unit} of
+         repeats.flatMap((repeat) => model.list(repeat.disturbed_by))) {
+      const seen = rules.get(rule) ?? {count: 0, worst: value, limit, unit: unit ? ` ${unit}` : ""};
+      seen.count++;
+      if (Math.abs(value) > Math.abs(seen.worst)) seen.worst = value;
+      rules.set(rule, seen);
+    }
+    return [...rules].map(([rule, {count, worst, limit, unit}]) =>
+      `${model.words(rule)} up to ${+worst.toPrecision(3)}${unit} (limit ${limit}${unit}) ` +
+      `in ${count} of ${plural(repeats.length, "repeat")}`).join("; ");
+  }
+
+  const marks = {placement: "pages elsewhere than asked", small_buffer: "buffer too small for the caches"};
+  const marksText = (cell) => model.list(cell.marks).map((mark) => marks[mark] ?? model.words(mark));
+
+  function troubles(survey) {
+    const rows = [];
+    for (const cell of survey.cells) {
+      const why = [cell.message, disturbances(cell), ...marksText(cell)].filter(Boolean).join("; ");
+      if (cell.state !== "ok") {
+        rows.push([model.cellName(cell), el("span", {class: cell.state === "failed" ? "bad" : "warn"},
+                                            cell.state), why]);
+      } else if (marksText(cell).length) {
+        rows.push([model.cellName(cell), el("span", {class: "warn"}, "doubtful"), why]);
+      }
+    }
+    if (!rows.length) return null;
+    const table = velmo.table("Cells that need a look", [
+      {title: "Cell", text: true}, {title: "State", text: true}, {title: "Why", text: true}], rows);
+    table.classList.add("prose");
+    return rows.length <= 6 ? table : velmo.fold(`All ${rows.length} of them`, table);
+  }
+
+  function verdict(survey) {
+    const count = (state) => survey.cells.filter((cell) => cell.state === state).length;
+    const all = survey.cells.length;
+    const [disturbed, failed] = [count("disturbed"), count("failed")];
+    const doubtful = survey.cells.filter((c) => c.state === "ok" && marksText(c).length).length;
+    const parts = [];
+    if (failed) parts.push(el("span", {class: "bad"}, `${failed} failed`));
+    if (disturbed) parts.push(el("span", {class: "warn"}, `${disturbed} disturbed`));
+    if (doubtful) parts.push(el("span", {class: "warn"}, `${doubtful} doubtful`));
+    const calm = all - disturbed - failed;
+    const clean = calm === all ? `Undisturbed: all ${plural(all, "cell")}` :
+      `Undisturbed: ${calm} of ${plural(all, "cell")}`;
+    parts.unshift(el("span", {class: calm === all ? "good" : null}, clean));
+    if (survey.run.state !== "complete") {
+      parts.unshift(el("span", {class: "bad"}, survey.run.state === "interrupted"
+        ? "Interrupted before its end" : survey.run.state));
+    }
+    return el("p", {class: "verdict"}, parts.flatMap((part, i) => i ? [" · ", part] : [part]));
+  }
+
+  function head() {
+    const main = document.querySelector("main");
+    main.append(el("p", {class: "eyebrow"}, "velmo report"));
+    if (several) main.append(el("h1", {}, `${surveys.length} surveys`));
+    for (const survey of surveys) {
+      const {run} = survey;
+      const notes = model.list(run.advice).concat(model.list(run.skipped).map((s) =>
+        `Skipped: ${model.valueText("", s)}`));
+      main.append(el("article", {class: "trust"},
+        el(several ? "h2" : "h1", {}, survey.name),
+        el("p", {}, machineLine(survey)),
+        el("p", {class: "soft"}, [model.when(run.started), model.duration(run),
+          run.state === "complete" ? "complete" : run.state,
+          `velmo ${survey.record.velmo.version}`].join(" · ")),
+        verdict(survey), troubles(survey),
+        notes.length ? el("ul", {}, notes.map((note) => el("li", {}, model.valueText("", note)))) : null));
+    }
+  }
+
+  const stacked = (first, second) => el("div", {}, first, el("div", {class: "under"}, second));
+  function value(cell, name, format, unit) {
+    const e = estimate(cell, name);
+    if (!e) return cell?.state === "failed" ? el("span", {class: "bad", title: cell.message}, "failed") : "–";
+    const doubtful = cell.state !== "ok" || marksText(cell).length;
+    return el("span", {title: hover(e, format, unit), class: doubtful ? "warn" : null},
+              format(e.median), doubtful ? "*" : "");
+  }
+
+  function overview() {
+    const mixes = model.mixesOf(memories.flatMap((memory) => memory.bandwidth));
+    const latency = "Idle latency, ns";
+    const columns = [
+      {title: "Memory", text: true},
+      {title: "Average", group: latency}, {title: "99th", group: latency},
+      {title: "99.9th", group: latency}, {title: "large pages", group: latency},
+      ...mixes.map((mix) => ({title: mix, group: "Bandwidth, GB/s, by mix"})),
+      {title: "one thread", group: "Bandwidth, GB/s, by mix"},
+      {title: "at 50\u00a0%", group: "Under load, ns"}, {title: "at 90\u00a0%", group: "Under load, ns"},
+    ];
+    const rows = memories.map((memory) => {
+      const idle = estimate(memory.idle, "average_ns");
+      return [
+        stacked(memory.label, `${memory.type}${memory.size ? `, ${velmo.bytes(memory.size)}` : ""}` +
+          (memory.name === `node ${memory.node}` ? "" : `, from node ${memory.node}`)),
+        idle ? stacked(value(memory.idle, "average_ns", figure, "ns"), range(idle, figure))
+          : value(memory.idle, "average_ns", figure, "ns"),
+        value(memory.idle, "p99_ns", figure, "ns"), value(memory.idle, "p99_9_ns", figure, "ns"),
+        value(memory.largePages, "average_ns", figure, "ns"),
+        ...mixes.map((mix) => value(memory.bandwidth.find((c) => c.parameters.mix === mix),
+                                    "bytes_per_second", gigabytes, "GB/s")),
+        value(memory.oneThread, "bytes_per_second", gigabytes, "GB/s"),
+        ...[0.5, 0.9].map((share) =>
+          figure(memory.loaded.length ? model.latencyAt(memory.loaded[0], share) : undefined)),
+      ];
+    });
+    const machines = surveys.flatMap((survey) => model.cellsOf(survey, "bandwidth", "machine")
+      .filter((cell) => estimate(cell, "bytes_per_second")).map((cell) => el("p", {},
+        several ? `${survey.name}: ` : "", "Every CPU on its own node together, mix ",
+        `${cell.parameters.mix}: `, value(cell, "bytes_per_second", gigabytes, "GB/s"), " GB/s (",
+        range(estimate(cell, "bytes_per_second"), gigabytes), ").")));
+    velmo.section("memories", "Memory at a glance",
+      "Each memory from its nearest CPU node. Under load: the average latency at half and at nine " +
+      "tenths of the greatest bandwidth of the first mix. 1 GB is 10⁹ bytes; n behind a mix: its " +
+      "stores go around the caches. An asterisk marks what was disturbed or is doubtful.",
+      velmo.table("Memory at a glance", columns, rows), ...machines);
+  }
+
+  const fact = (name, text) => [name, el("span", {class: "wrap"}, text)];
+
+  function differences() {
+    const known = surveys.map((survey) => new Map([
+      ["velmo", [survey.record.velmo.version, survey.record.velmo.commit].filter(Boolean).join(" ")],
+      ["arguments", model.list(survey.run.arguments).join(" ")],
+      ...model.facts(survey.machine)]));
+    // What changes from one minute to the next is no difference between machines.
+    const names = [...new Set(known.flatMap((facts) => [...facts.keys()]))]
+      .filter((name) => !/\bfree$/.test(name));
+    const rows = names.map((name) => [name, ...known.map((facts) => facts.get(name) ?? "–")])
+      .filter(([, first, ...others]) => others.some((other) => other !== first));
+    return [el("h3", {}, "What differs"), rows.length
+      ? velmo.table("What differs", [{title: "", text: true},
+          ...surveys.map((survey) => ({title: survey.name, text: true}))],
+          rows.map(([name, ...values]) => [name, ...values.map((v) => fact(name, v)[1])]))
+      : el("p", {}, "Nothing: machine, settings and arguments are the same.")];
+  }
+
+  function machineOf(survey) {
+    const lists = [];
+    const facts = model.facts(survey.machine, (name, entries) => lists.push([name, entries]));
+    facts.unshift(["arguments", model.list(survey.run.arguments).join(" ")],
+                  ["seed", velmo.text(survey.index).match(/"seed":(\d+)/)?.[1] ?? "–"]);
+    const list = ([name, entries]) => {
+      const members = [...new Set(entries.flatMap((entry) => Object.keys(entry)))];
+      return [el("h3", {}, name), velmo.table(name,
+        members.map((member) => ({title: model.words(member), text: true})),
+        entries.map((entry) => members.map((member) => member in entry
+          ? el("span", {class: "wrap"}, model.valueText(member, entry[member])) : "–")))];
+    };
+    return velmo.fold(several ? survey.name : "Everything that was read of it",
+      velmo.table("Machine", [{title: "", text: true}, {title: "", text: true}],
+                  facts.map(([name, text]) => fact(name, text))),
+      ...lists.flatMap(list));
+  }
+
+  function machine() {
+    velmo.section("machine", several ? "The machines" : "The machine", null,
+      ...(several ? differences() : []), ...surveys.map(machineOf));
+  }
+
+  function files() {
+    velmo.section("surveys", several ? "The surveys" : "The survey",
+      "Everything above was drawn from it, and it is in this page: saved, it is the file again, for " +
+      "velmo show, compare and report.",
+      velmo.table("Surveys", [{title: "Host", text: true}, {title: "Started", text: true},
+                              {title: "Cells"}, {title: "Size"}, {title: ""}],
+        surveys.map((survey) => {
+          const {host, started} = survey.run;
+          const name = `velmo_${host}_${started.replaceAll(/[-:]/g, "")}.json`
+            .replaceAll(/[^\w.-]+/g, "_");
+          return [host, model.when(started), number(survey.cells.length),
+                  velmo.bytes(velmo.indented(velmo.text(survey.index)).length),
+                  velmo.saveButton("Save as JSON", survey.index, name)];
+        })));
+  }
+
+  return {head, overview, machine, files, hover, range, value, intervalText};
+})();
