@@ -28,6 +28,8 @@ const velmo = (() => {
   const dash = (index) => dashes[index % dashes.length];
   const markers = ["circle", "rect", "triangle", "rectRot", "star", "crossRot", "cross", "rectRounded"];
   const marker = (index) => markers[index % markers.length];
+  // Markers are hollow where the colours start over.
+  const filling = (index) => Math.floor(index / theme.series.length) % 2 ? theme.paper : series(index);
   const alpha = (colour, share) =>
     colour + Math.round(share * 255).toString(16).padStart(2, "0");
 
@@ -45,9 +47,9 @@ const velmo = (() => {
   }
 
   // A number with `digits` behind the point and thousands grouped; a dash where there is none.
-  const number = (value, digits = 0) => !Number.isFinite(value) ? "–" :
-    value.toLocaleString("en-US",
-                         {minimumFractionDigits: digits, maximumFractionDigits: digits});
+  const formats = [0, 1, 2, 3].map((digits) => new Intl.NumberFormat("en-US",
+    {minimumFractionDigits: digits, maximumFractionDigits: digits}));
+  const number = (value, digits = 0) => Number.isFinite(value) ? formats[digits].format(value) : "–";
   // About four digits: as many as an interval of 1 % leaves meaning to.
   const figure = (value) => number(value, Math.abs(value) < 10 ? 2 : Math.abs(value) < 1000 ? 1 : 0);
   const gigabytes = (bytesPerSecond) => figure(bytesPerSecond / 1e9);
@@ -132,23 +134,30 @@ const velmo = (() => {
     return button;
   }
 
-  // The line and the marker of a dataset, as a legend shows them; drawn again with each theme.
+  // The line and the marker of a dataset, or a bar's colour, as a legend shows them; drawn again
+  // with each theme.
   const swatches = [];
   function swatch(colour, dashIndex, style) {
-    const canvas = el("canvas", {width: 68, height: 28, class: "swatch", "aria-hidden": "true"});
+    const canvas = el("canvas", {width: 60, height: 28, class: "swatch", "aria-hidden": "true"});
     const draw = () => {
       const context = canvas.getContext("2d");
       context.setTransform(2, 0, 0, 2, 0, 0);
-      context.clearRect(0, 0, 34, 14);
-      context.strokeStyle = context.fillStyle = series(colour);
+      context.clearRect(0, 0, 30, 14);
+      context.strokeStyle = series(colour);
+      context.fillStyle = filling(colour);
+      if (style === "bar") {
+        context.fillStyle = series(colour);
+        context.fillRect(8, 1, 14, 12);
+        return;
+      }
       context.lineWidth = 2;
       context.setLineDash(dash(dashIndex));
       context.beginPath();
       context.moveTo(1, 7);
-      context.lineTo(33, 7);
+      context.lineTo(29, 7);
       context.stroke();
       context.setLineDash([]);
-      if (style) Chart.helpers.drawPoint(context, {pointStyle: style, radius: 4, borderWidth: 2}, 17, 7);
+      if (style) Chart.helpers.drawPoint(context, {pointStyle: style, radius: 4, borderWidth: 2}, 15, 7);
     };
     swatches.push(draw);
     draw();
@@ -190,8 +199,10 @@ const velmo = (() => {
     },
   };
 
-  // Ticks of a logarithmic axis: 1, 2 and 5 of each decade.
-  const decades = (format) => (value) => /^[125]e/.test(value.toExponential()) ? format(value) : null;
+  // Ticks of a logarithmic axis: 1, 2 and 5 of each decade. `format` has the axis as this.
+  const decades = (format) => function label(value) {
+    return /^[125]e/.test(value.toExponential()) ? format.call(this, value) : null;
+  };
 
   const data = [...document.querySelectorAll("script.data")]
     .map((element) => ({text: element.textContent, value: JSON.parse(element.textContent)}));
@@ -234,7 +245,7 @@ const velmo = (() => {
   dark.addEventListener("change", () => paint(print.matches));
   print.addEventListener("change", () => paint(print.matches));
   addEventListener("beforeprint", () => {
-    for (const made of charts) made.resize(kPrintWidth, made.height);
+    for (const made of charts) made.resize(kPrintWidth, Math.min(made.height, kPrintWidth / 2));
     paint(true);
   });
   addEventListener("afterprint", () => {
@@ -252,7 +263,7 @@ const velmo = (() => {
   Chart.defaults.plugins.tooltip.boxPadding = 4;
 
   return {
-    data: data.map((entry) => entry.value), theme, series, dash, marker, alpha, el, number, figure,
+    data: data.map((entry) => entry.value), theme, series, filling, dash, marker, alpha, el, number, figure,
     gigabytes, bytes, table, fold, section, chart, axis, toggle, swatch, decades, indented,
     saveButton, text: (index) => data[index].text,
   };

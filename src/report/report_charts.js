@@ -20,12 +20,18 @@ const charts = (() => {
     return [5, 2, 1].find((digit) => digit * decade <= value) * decade;
   }
 
+  // Thousands as "2k" on a chart so narrow that "2,000" would touch its neighbour.
+  function shortWhereNarrow(value) {
+    return this.chart.width < 600 && value >= 1000 ? `${value / 1000}k` : velmo.number(value);
+  }
+
   // A row of buttons, one a dataset; none where there is one dataset alone.
   function legend(chart) {
     if (chart.data.datasets.length < 2) return null;
     return el("div", {class: "legend", role: "group", "aria-label": "Shown in the chart"},
       chart.data.datasets.map((dataset, i) => velmo.toggle(dataset.label, chart, [i],
-        chart.isDatasetVisible(i), velmo.swatch(dataset.colour, dataset.colour < 8 ? 0 : 1))));
+        chart.isDatasetVisible(i), velmo.swatch(dataset.colour, dataset.colour < 8 ? 0 : 1,
+                     chart.config.type === "bar" ? "bar" : undefined))));
   }
 
   // A section with its chart, its legend and, behind a fold, its table.
@@ -129,7 +135,7 @@ const charts = (() => {
       label: memory.label, colour: memory.index, ...line(memory.index), stepped: "middle",
       pointRadius: 0, pointHitRadius: 6, data: shares(memory.idle.histogram_ns)}));
     const filled = datasets.flatMap(({data}) => data.filter(({count}) => count));
-    const bins = (point) => `${figure(point.low)}–${figure(point.high)} ns`;
+    const bins = (point) => `${figure(point.low)}–${figure(point.high)}`;
     draw({
       id: "histograms", title: "How idle latency is spread",
       note: "Share of the timed loads in each bin of latency, both axes logarithmic: the tail is what " +
@@ -138,18 +144,18 @@ const charts = (() => {
       config: {type: "line", data: {datasets}, options: {
         interaction: {mode: "nearest", axis: "x", intersect: false},
         scales: {
-          x: logarithmic("Latency, ns", velmo.number, {
+          x: logarithmic("Latency, ns", shortWhereNarrow, {
             min: Math.min(...filled.map(({low, high}) => low || high / 2)),
             max: Math.max(...filled.map(({high}) => high))}),
           y: logarithmic("Share of loads, %", (value) => String(+value.toPrecision(1)))},
         plugins: {tooltip: {callbacks: {
-          title: ([item]) => item ? bins(item.raw) : "",
+          title: ([item]) => item ? `${bins(item.raw)} ns` : "",
           label: ({dataset, raw}) => `${dataset.label}: ${+raw.y.toPrecision(3)} % ` +
             `(${velmo.number(raw.count)} loads)`}}}}},
       columns: [{title: "Memory", text: true}, {title: "Bin, ns"}, {title: "Loads"},
                 {title: "Share, %"}],
       rows: datasets.flatMap(({label, data}) => data.filter(({count}) => count).map((point) =>
-        [label, bins(point).replace(" ns", ""), velmo.number(point.count),
+        [label, bins(point), velmo.number(point.count),
          String(+point.y.toPrecision(3))])),
     });
   }

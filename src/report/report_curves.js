@@ -8,17 +8,21 @@ const curves = (() => {
   const loaded = memories.flatMap((memory) => memory.loaded.filter((cell) =>
     model.curve(cell).some(({summary}) => summary.bytes_per_second && summary.median_ns))
     .map((cell) => ({memory, cell, mix: cell.parameters.mix})));
-  const owners = [...new Set(loaded.map(({memory}) => memory))];
+  const owners = memories.filter((memory) => loaded.some((entry) => entry.memory === memory));
   const mixes = model.mixesOf(loaded.map(({cell}) => cell));
   // Colour tells the memories apart, dashes and markers the mixes; of one memory alone, colour
   // tells the mixes.
   const colourOf = ({memory, mix}) => owners.length > 1 ? memory.index : mixes.indexOf(mix);
   const styleOf = ({mix}) => mixes.indexOf(mix);
 
-  // More curves than this are not shown at once: then the first mix of each memory is.
+  // More curves than this are not shown at once: then the first mix of the first memories is, of
+  // every survey that has them.
   const kShownCurves = 4;
+  const kShownMemories = 8;
+  const names = [...new Set(owners.map(({name}) => name))];
+  const shownNames = names.slice(0, Math.max(1, Math.floor(kShownMemories * names.length / owners.length)));
   const shownAtFirst = ({memory, mix}) => loaded.length <= kShownCurves ||
-    (mix === mixes[0] && owners.indexOf(memory) < 8);
+    (mix === mixes[0] && shownNames.includes(memory.name));
 
   // Three datasets: the median with its intervals, the 99th that closes the band above it, and the
   // 99.9th as a thin line.
@@ -31,7 +35,7 @@ const curves = (() => {
       ({xLow: b.low / 1e9, xHigh: b.high / 1e9, yLow: m.low, yHigh: m.high});
     const colour = () => velmo.series(colourOf(entry));
     const common = {borderColor: colour, backgroundColor: colour, pointBorderColor: colour,
-                    pointBackgroundColor: colour, entry};
+                    pointBackgroundColor: () => velmo.filling(colourOf(entry)), entry};
     const name = `${entry.memory.label}, ${entry.mix}`;
     return [
       {...common, label: name, borderWidth: 2.25, pointRadius: 3.5, whiskers: true, band: true,
@@ -50,11 +54,13 @@ const curves = (() => {
     ctx.beginPath();
     ctx.rect(area.left, area.top, area.right - area.left, area.bottom - area.top);
     ctx.clip();
+    const shown = chart.data.datasets.filter((dataset, i) => dataset.band && chart.isDatasetVisible(i));
+    const depth = Math.max(0.14 / shown.length ** 0.7, 0.03);
     chart.data.datasets.forEach((dataset, i) => {
       if (!dataset.band || !chart.isDatasetVisible(i)) return;
       const upper = chart.getDatasetMeta(i + 1).data;
       if (!upper.length) return;
-      ctx.fillStyle = velmo.alpha(dataset.borderColor(), 0.13);
+      ctx.fillStyle = velmo.alpha(dataset.borderColor(), depth);
       ctx.beginPath();
       for (const {x, y} of chart.getDatasetMeta(i).data) ctx.lineTo(x, y);
       for (const {x, y} of [...upper].reverse()) ctx.lineTo(x, y);
@@ -78,39 +84,44 @@ const curves = (() => {
     ],
   }};
 
-  // The legend: a row a memory, a column a mix; the headings switch their whole row or column.
+  const pressed = (button) => button.getAttribute("aria-pressed") === "true";
+
+  // The legend: a row a memory, a column a mix. Names of memories switch their whole row; above
+  // the legend are buttons that switch a mix of all.
   function legend(chart) {
-    const buttons = new Map(loaded.map((entry, i) => [entry, velmo.toggle(entry.mix, chart,
+    const buttons = loaded.map((entry, i) => velmo.toggle(entry.mix, chart,
       [3 * i, 3 * i + 1, 3 * i + 2], shownAtFirst(entry),
       velmo.swatch(colourOf(entry), owners.length > 1 ? styleOf(entry) : 0,
-                   velmo.marker(styleOf(entry))))]));
-    for (const [{memory, mix}, button] of buttons) {
-      button.setAttribute("aria-label", `${memory.label}, mix ${mix}`);
-    }
-    const group = (label, side, belongs) => el("button", {
-      type: "button", class: `group ${side}`, title: "Show or hide all of these", click: () => {
-        const mine = [...buttons].filter(([entry]) => belongs(entry)).map(([, button]) => button);
-        const on = mine.some((button) => button.getAttribute("aria-pressed") === "false");
+                   velmo.marker(styleOf(entry)))));
+    loaded.forEach(({memory, mix}, i) =>
+      buttons[i].setAttribute("aria-label", `${memory.label}, mix ${mix}`));
+    const group = (label, kind, belongs) => el("button", {
+      type: "button", class: kind, title: "Show or hide all of these", click: () => {
+        const mine = buttons.filter((_, i) => belongs(loaded[i]));
+        const on = !mine.every(pressed);
         for (const button of mine) button.show(on);
         chart.update("none");
       }}, label);
-    const heading = owners.length > 1 ? [group("All", "row column", () => true),
-      ...mixes.map((mix) => group(mix, "column", (entry) => entry.mix === mix))] : [];
-    const rows = owners.flatMap((memory) => [
-      group(memory.label, "row", (entry) => entry.memory === memory),
-      ...mixes.map((mix) => buttons.get(loaded.find((entry) =>
-        entry.memory === memory && entry.mix === mix)) ?? el("span"))]);
-    return el("div", {class: "legend curves", role: "group", "aria-label": "Shown in the chart",
-      style: `grid-template-columns: auto repeat(${mixes.length}, auto)`}, heading, rows);
+    const rows = owners.map((memory) => el("div", {class: "legend-row"},
+      group(memory.label, "group", (entry) => entry.memory === memory),
+      buttons.filter((_, i) => loaded[i].memory === memory)));
+    const label = Math.min(Math.max(...owners.map((memory) => memory.label.length)), 24) + 1;
+    return [
+      el("div", {class: "legend curves", role: "group", "aria-label": "Shown in the chart",
+                 style: `--mixes: ${mixes.length}; --label: ${label}ch`}, rows),
+      el("div", {class: "groups-of"}, owners.length < 2 ? null : [
+        el("span", {class: "soft"}, "Show or hide"), group("all", null, () => true),
+        mixes.map((mix) => group(mix, null, (entry) => entry.mix === mix))].flat(),
+        scaleButton(chart))];
   }
 
   function scaleButton(chart) {
-    const button = el("button", {type: "button", class: "switch", "aria-pressed": true, click: () => {
-      const on = button.getAttribute("aria-pressed") !== "true";
+    const button = el("button", {type: "button", class: "scale-switch", "aria-pressed": true, click: () => {
+      const on = !pressed(button);
       button.setAttribute("aria-pressed", on);
       chart.options.scales.y = latencyAxis(on);
       chart.update("none");
-    }}, "Logarithmic");
+    }}, "Logarithmic scale");
     return button;
   }
   const least = () => Math.min(...loaded.flatMap(({cell}) => model.curve(cell).map(({summary}) =>
@@ -134,7 +145,7 @@ const curves = (() => {
           scales: {x: velmo.axis("Delivered bandwidth, GB/s", {type: "linear", beginAtZero: true}),
                    y: latencyAxis(true)},
           plugins: {tooltip}}});
-    section.insertBefore(el("div", {class: "controls"}, legend(chart), scaleButton(chart)), place);
+    section.insertBefore(el("div", {class: "controls"}, legend(chart)), place);
     chart.update("none");
     section.append(velmo.fold("Table", velmo.table("Latency under load",
       [{title: "Memory", text: true}, {title: "Mix", text: true}, {title: "Delay"},

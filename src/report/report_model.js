@@ -61,27 +61,32 @@ const model = (() => {
       largePages: cellsOf(survey, "idle_latency", "large_pages").find(here),
       oneThread: cellsOf(survey, "bandwidth", "one_thread").find(here),
       bandwidth: cellsOf(survey, "bandwidth", "node").filter(here),
-      loaded: cellsOf(survey, "loaded_latency", "node").filter(here),
+      loaded: cellsOf(survey, "loaded_latency", "node")
+        .filter((cell) => memoryName(cell.memory) === name),
     };
   }
 
+  // A to Z, then A1 to Z1.
+  const letters = (index) => String.fromCharCode(65 + index % 26) + (Math.floor(index / 26) || "");
+
   const surveys = velmo.data.map((record, index) => ({
-    index, record, run: record.run, machine: record.machine, cells: record.cells,
+    index, record, run: record.run, machine: record.machine ?? {}, cells: record.cells,
   }));
+  // Of several, each has a letter that stands for it in the charts and tables.
   for (const survey of surveys) {
-    const alike = surveys.filter((other) => other.run.host === survey.run.host);
-    const started = alike.length > 1 ? `, ${when(survey.run.started)}` : "";
-    const twins = alike.filter((other) => other.run.started === survey.run.started);
-    survey.name = survey.run.host + started +
-      (twins.length > 1 ? ` (${twins.indexOf(survey) + 1})` : "");
+    survey.letter = surveys.length > 1 ? letters(survey.index) : "";
+    survey.name = [survey.letter, survey.run.host].filter(Boolean).join(" · ");
     const names = survey.cells.filter((cell) => cell.parameters.scope === "node")
       .map((cell) => memoryName(cell.memory));
     survey.memories = [...new Set(names)].map((name) => memoryOf(survey, name));
   }
-  const memories = surveys.flatMap((survey) => survey.memories);
+  // Memories of one name beside each other, so that surveys are easily compared.
+  const all = surveys.flatMap((survey) => survey.memories);
+  const names = [...new Set(all.map((memory) => memory.name))];
+  const memories = names.flatMap((name) => all.filter((memory) => memory.name === name));
   memories.forEach((memory, index) => {
     memory.index = index;
-    memory.label = surveys.length > 1 ? `${memory.survey.name}: ${memory.name}` : memory.name;
+    memory.label = [memory.name, memory.survey.letter].filter(Boolean).join(" · ");
   });
 
   // Mixes of cells in the order in which they were measured first.

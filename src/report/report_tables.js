@@ -24,7 +24,8 @@ const tables = (() => {
     return [
       processor && (sockets > 1 ? `${sockets} × ${processor}` : processor),
       known(machine.cores) && `${plural(machine.cores, "core")}, ${plural(known(machine.threads), "thread")}`,
-      nodes.length ? `${velmo.bytes(total)} on ${plural(nodes.length, "memory node")}` : null,
+      Number.isFinite(total) && nodes.length &&
+        `${velmo.bytes(total)} on ${plural(nodes.length, "memory node")}`,
       known(machine.kernel?.release) && `Linux ${machine.kernel.release}`,
       hypervisor && (hypervisor === "none" ? "bare metal" : `virtual machine (${hypervisor})`),
     ].filter(Boolean).join(" · ");
@@ -117,6 +118,7 @@ const tables = (() => {
   }
 
   function overview() {
+    if (!memories.length) return;
     const mixes = model.mixesOf(memories.flatMap((memory) => memory.bandwidth));
     const latency = "Idle latency, ns";
     const columns = [
@@ -131,7 +133,8 @@ const tables = (() => {
       const idle = estimate(memory.idle, "average_ns");
       return [
         stacked(memory.label, `${memory.type}${memory.size ? `, ${velmo.bytes(memory.size)}` : ""}` +
-          (memory.name === `node ${memory.node}` ? "" : `, from node ${memory.node}`)),
+          (memory.node === undefined || memory.name === `node ${memory.node}` ? ""
+            : `, from node ${memory.node}`)),
         idle ? stacked(value(memory.idle, "average_ns", figure, "ns"), range(idle, figure))
           : value(memory.idle, "average_ns", figure, "ns"),
         value(memory.idle, "p99_ns", figure, "ns"), value(memory.idle, "p99_9_ns", figure, "ns"),
@@ -145,13 +148,13 @@ const tables = (() => {
     });
     const machines = surveys.flatMap((survey) => model.cellsOf(survey, "bandwidth", "machine")
       .filter((cell) => estimate(cell, "bytes_per_second")).map((cell) => el("p", {},
-        several ? `${survey.name}: ` : "", "Every CPU on its own node together, mix ",
+        several ? `${survey.letter}: ` : "", "Every CPU on its own node together, mix ",
         `${cell.parameters.mix}: `, value(cell, "bytes_per_second", gigabytes, "GB/s"), " GB/s (",
         range(estimate(cell, "bytes_per_second"), gigabytes), ").")));
     velmo.section("memories", "Memory at a glance",
-      "Each memory from its nearest CPU node. Under load: the average latency at half and at nine " +
-      "tenths of the greatest bandwidth of the first mix. 1 GB is 10⁹ bytes; n behind a mix: its " +
-      "stores go around the caches. An asterisk marks what was disturbed or is doubtful.",
+      "Each memory from its nearest CPU node: medians over the repeats, below the average its " +
+      "interval. Under load: the average at half and at nine tenths of the greatest bandwidth of " +
+      "the first mix. 1 GB is 10⁹ bytes; n: stores go around the caches; * : disturbed or doubtful.",
       velmo.table("Memory at a glance", columns, rows), ...machines);
   }
 
@@ -202,13 +205,12 @@ const tables = (() => {
       "Everything above was drawn from it, and it is in this page: saved, it is the file again, for " +
       "velmo show, compare and report.",
       velmo.table("Surveys", [{title: "Host", text: true}, {title: "Started", text: true},
-                              {title: "Cells"}, {title: "Size"}, {title: ""}],
+                              {title: "Cells"}, {title: ""}],
         surveys.map((survey) => {
           const {host, started} = survey.run;
           const name = `velmo_${host}_${started.replaceAll(/[-:]/g, "")}.json`
             .replaceAll(/[^\w.-]+/g, "_");
-          return [host, model.when(started), number(survey.cells.length),
-                  velmo.bytes(velmo.indented(velmo.text(survey.index)).length),
+          return [survey.name, model.when(started), number(survey.cells.length),
                   velmo.saveButton("Save as JSON", survey.index, name)];
         })));
   }

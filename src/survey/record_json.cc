@@ -233,10 +233,13 @@ Survey parse_survey(const std::string& text, const std::string& name) {
 
 std::string survey_file_text(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  std::string text{std::istreambuf_iterator<char>(in), {}};
-  if (!in || in.bad()) {
-    throw std::runtime_error("Failed to read " + path + ": " + std::strerror(errno));
+  std::string text;
+  try {
+    text.assign(std::istreambuf_iterator<char>(in), {});
+  } catch (const std::ios_base::failure&) {  // thrown below the stream, as of a directory
+    in.setstate(std::ios::badbit);
   }
+  if (!in) throw std::runtime_error("Failed to read " + path + ": " + std::strerror(errno));
   return text;
 }
 

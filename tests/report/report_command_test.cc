@@ -1,0 +1,76 @@
+#include "report/report_command.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <filesystem>
+
+#include "report/page.h"
+#include "support/subprocess.h"
+
+namespace velmo {
+namespace {
+
+using velmo_test::Error;
+using velmo_test::Outcome;
+using velmo_test::RunForked;
+using velmo_test::TempDir;
+
+constexpr char kSurvey[] =
+    R"({"format": "velmo-survey", "format_version": "1.7", "velmo": {"version": "3"},
+        "run": {"host": "a", "started": "", "ended": "", "arguments": [],
+                "seed": 18446744073709551615, "state": "complete"},
+        "machine": {"new": "</script>"}, "cells": []})";
+
+Outcome report(std::string file, std::string page) {
+  return RunForked([&] {
+    std::array<char*, 4> argv = {const_cast<char*>("report"), file.data(), const_cast<char*>("-o"),
+                                 page.data()};
+    run_report(argv.size(), argv.data());
+  });
+}
+
+// The text of the data in a page, which is all that may stand between these tags.
+std::string data_of(const std::string& page) {
+  const std::string begin = "class=\"data\">";
+  const size_t start = page.find(begin) + begin.size();
+  return page.substr(start, page.find("</script>", start) - start);
+}
+
+TEST(Report, HoldsTheSurveyAndNoMarkupOfIt) {
+  const TempDir dir;
+  const std::string page = dir.path() + "/page.html";
+  EXPECT_EQ(report(dir.Write("good", kSurvey), page), (Outcome{0, page + '\n', ""}));
+  EXPECT_EQ(Json::parse(data_of(velmo_test::ReadAll(page))), Json::parse(kSurvey));
+
+  const Json data = "\"</script>\\<!--&\xe2\x80\xa8";
+  const std::string text = page_text({.title = "</title>&", .scripts = {}, .data = {data}});
+  EXPECT_EQ(data_of(text), R"("\"\u003c/script\u003e\\\u003c!--\u0026\u2028")");
+  EXPECT_NE(text.find("<title>&lt;/title&gt;&amp;</title>"), std::string::npos);
+  EXPECT_THROW(page_text({.title = "", .scripts = {"none.js"}, .data = {}}), std::logic_error);
+}
+
+TEST(Report, WhatIsNoSurveyIsNamedAndThePageKept) {
+  const TempDir dir;
+  const std::string page = dir.Write("page.html", "before");
+  const std::string cut = dir.Write("cut", std::string(kSurvey).substr(0, 99));
+  const std::string other = dir.Write("other", "{}");
+  const std::string missing = dir.path() + "/missing";
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {cut, cut + ": no survey: not JSON, or cut short"},
+      {other, other + ": no survey that can be read: not a survey of velmo"},
+      {missing, "Failed to read " + missing + ": No such file or directory"},
+      {dir.path(), "Failed to read " + dir.path() + ": Is a directory"},
+  };
+  for (const auto& [file, message] : cases) {
+    EXPECT_EQ(report(file, page), (Outcome{1, "", Error(message)}));
+  }
+  EXPECT_EQ(
+      report(dir.Write("good", kSurvey), dir.path()),
+      (Outcome{1, "",
+               Error("Failed to write " + dir.path() + ": it exists and is not a regular file")}));
+  EXPECT_EQ(velmo_test::ReadAll(page), "before");
+}
+
+}  // namespace
+}  // namespace velmo
