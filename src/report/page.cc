@@ -70,7 +70,7 @@ std::string page_text(const Page& page) {
   out += embedded_text("page.css");
   out += kBody;
   for (const Json& data : page.data) {
-    out += "<script type=\"application/json\" class=\"data\">";
+    out += R"(<script type="application/json" class="data">)";
     append_escaped(out, data.dump(-1, ' ', false, Json::error_handler_t::replace), kScript);
     out += "</script>\n";
   }

@@ -55,7 +55,7 @@ const curves = (() => {
     ctx.rect(area.left, area.top, area.right - area.left, area.bottom - area.top);
     ctx.clip();
     const shown = chart.data.datasets.filter((dataset, i) => dataset.band && chart.isDatasetVisible(i));
-    const depth = Math.max(0.14 / shown.length ** 0.7, 0.03);
+    const depth = Math.max(0.2 / shown.length ** 0.6, 0.03);
     chart.data.datasets.forEach((dataset, i) => {
       if (!dataset.band || !chart.isDatasetVisible(i)) return;
       const upper = chart.getDatasetMeta(i + 1).data;
@@ -105,7 +105,7 @@ const curves = (() => {
     const rows = owners.map((memory) => el("div", {class: "legend-row"},
       group(memory.label, "group", (entry) => entry.memory === memory),
       buttons.filter((_, i) => loaded[i].memory === memory)));
-    const label = Math.min(Math.max(...owners.map((memory) => memory.label.length)), 24) + 1;
+    const label = Math.min(Math.max(...owners.map((memory) => memory.label.length)), 24) + 2;
     return [
       el("div", {class: "legend curves", role: "group", "aria-label": "Shown in the chart",
                  style: `--mixes: ${mixes.length}; --label: ${label}ch`}, rows),

@@ -74,7 +74,7 @@ const matrices = (() => {
       velmo.fold("Table", velmo.table(kind.title, [{title: "CPU node", text: true},
         {title: "Memory", text: true}, {title: `Median, ${kind.unit}`},
         {title: `Interval, ${kind.unit}`}, {title: "Kind", text: true},
-        {title: "Times slower than local"}], texts)));
+        {title: "Times as slow as local"}], texts)));
   }
 
   function scale() {
@@ -88,7 +88,8 @@ const matrices = (() => {
   }
 
   function draw() {
-    if (!surveys.some((survey) => kinds.some((kind) => kind.cells(survey).length))) return;
+    // One node and its own memory are no matrix.
+    if (!surveys.some((survey) => kinds.some((kind) => kind.cells(survey).length > 1))) return;
     velmo.section("matrices", "Every CPU node to every memory",
       "Colour is the ratio to the row's local value on a fixed scale: orange is slower, blue is " +
       "faster, and a spread of 1 % cannot be seen. Intervals: rest on a cell, or open the table.",

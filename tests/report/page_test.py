@@ -53,6 +53,10 @@ def same_points(drawn, expected):
         zip((v for p in drawn for v in p[:2]), (v for p in expected for v in p)))
 
 
+def memory_name(memory):
+    return f"node {memory['node']}" if "node" in memory else memory.get("device") or memory["directory"]
+
+
 def check_charts(browser, surveys):
     cells = [cell for survey in surveys for cell in survey["cells"]]
     of_kind = lambda kind: [c for c in cells
@@ -64,6 +68,17 @@ def check_charts(browser, surveys):
             assert match is not None, (name, label, points)
             expected.remove(match)
         assert not expected, (name, expected)
+
+    for table, (kind, name, unit) in zip(browser.find_elements(By.CSS_SELECTOR, ".matrix details"), [
+            ("idle_latency", "average_ns", 1), ("bandwidth", "bytes_per_second", 1e9)] * len(surveys)):
+        rows = browser.execute_script(
+            "return [...arguments[0].querySelectorAll('tbody tr')].map((row) => "
+            "[...row.children].slice(0, 3).map((cell) => cell.textContent))", table)
+        expected = {(f"node {c['from']['cpu_node']}", memory_name(c["memory"]),
+                     c["summary"][name]["median"] / unit) for c in of_kind(kind) if c["summary"]}
+        for row in rows:
+            assert any(row[:2] == [*e[:2]] and abs(float(row[2].replace(",", "")) - e[2]) < 0.51
+                       for e in expected), (row, expected)
 
     curves = []
     for cell in of_kind("loaded_latency"):
