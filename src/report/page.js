@@ -26,10 +26,12 @@ const velmo = (() => {
   const series = (index) => theme.series[index % theme.series.length];
   const dashes = [[], [7, 4], [2, 3], [9, 3, 2, 3], [4, 4], [12, 4], [1, 5], [6, 2, 2, 2, 2, 2]];
   const dash = (index) => dashes[index % dashes.length];
-  const markers = ["circle", "rect", "triangle", "rectRot", "star", "crossRot", "cross", "rectRounded"];
+  const markers = ["circle", "rect", "triangle", "rectRot", "star", "crossRot", "cross",
+                   "rectRounded"];
   const marker = (index) => markers[index % markers.length];
   // Markers are hollow where the colours start over.
-  const filling = (index) => Math.floor(index / theme.series.length) % 2 ? theme.paper : series(index);
+  const filling = (index) =>
+    Math.floor(index / theme.series.length) % 2 ? theme.paper : series(index);
   const alpha = (colour, share) =>
     colour + Math.round(share * 255).toString(16).padStart(2, "0");
 
@@ -49,9 +51,11 @@ const velmo = (() => {
   // A number with `digits` behind the point and thousands grouped; a dash where there is none.
   const formats = [0, 1, 2, 3].map((digits) => new Intl.NumberFormat("en-US",
     {minimumFractionDigits: digits, maximumFractionDigits: digits}));
-  const number = (value, digits = 0) => Number.isFinite(value) ? formats[digits].format(value) : "–";
+  const number = (value, digits = 0) =>
+    Number.isFinite(value) ? formats[digits].format(value) : "–";
   // About four digits: as many as an interval of 1 % leaves meaning to.
-  const figure = (value) => number(value, Math.abs(value) < 10 ? 2 : Math.abs(value) < 1000 ? 1 : 0);
+  const figure = (value) =>
+    number(value, Math.abs(value) < 10 ? 2 : Math.abs(value) < 1000 ? 1 : 0);
   const gigabytes = (bytesPerSecond) => figure(bytesPerSecond / 1e9);
   // A size in bytes, in binary units: "1.5 MiB".
   function bytes(value) {
@@ -157,7 +161,8 @@ const velmo = (() => {
       context.lineTo(29, 7);
       context.stroke();
       context.setLineDash([]);
-      if (style) Chart.helpers.drawPoint(context, {pointStyle: style, radius: 4, borderWidth: 2}, 15, 7);
+      const point = {pointStyle: style, radius: 4, borderWidth: 2};
+      if (style) Chart.helpers.drawPoint(context, point, 15, 7);
     };
     swatches.push(draw);
     draw();
@@ -179,19 +184,25 @@ const velmo = (() => {
       ctx.lineWidth = 1.25;
       meta.data.forEach((element, i) => {
         const point = dataset.data[i];
-        ctx.strokeStyle = dataset.whiskerColor ? dataset.whiskerColor() : element.options.borderColor;
+        ctx.strokeStyle = dataset.whiskerColor?.() ?? element.options.borderColor;
         ctx.beginPath();
         if (point.yLow !== undefined) {
-          const [low, high] = [point.yLow, point.yHigh].map((y) => owner.scales.y.getPixelForValue(y));
-          ctx.moveTo(element.x, low);
-          ctx.lineTo(element.x, high);
-          for (const y of [low, high]) { ctx.moveTo(element.x - 3, y); ctx.lineTo(element.x + 3, y); }
+          const ends = [point.yLow, point.yHigh].map((y) => owner.scales.y.getPixelForValue(y));
+          ctx.moveTo(element.x, ends[0]);
+          ctx.lineTo(element.x, ends[1]);
+          for (const y of ends) {
+            ctx.moveTo(element.x - 3, y);
+            ctx.lineTo(element.x + 3, y);
+          }
         }
         if (point.xLow !== undefined) {
-          const [low, high] = [point.xLow, point.xHigh].map((x) => owner.scales.x.getPixelForValue(x));
-          ctx.moveTo(low, element.y);
-          ctx.lineTo(high, element.y);
-          for (const x of [low, high]) { ctx.moveTo(x, element.y - 3); ctx.lineTo(x, element.y + 3); }
+          const ends = [point.xLow, point.xHigh].map((x) => owner.scales.x.getPixelForValue(x));
+          ctx.moveTo(ends[0], element.y);
+          ctx.lineTo(ends[1], element.y);
+          for (const x of ends) {
+            ctx.moveTo(x, element.y - 3);
+            ctx.lineTo(x, element.y + 3);
+          }
         }
         ctx.stroke();
       });
@@ -223,8 +234,10 @@ const velmo = (() => {
     return out + "\n";
   }
   // Without the escapes that the page needs.
-  const escapes = {"\\u003c": "<", "\\u003e": ">", "\\u0026": "&", "\\u2028": "\u2028", "\\u2029": "\u2029"};
-  const plain = (token) => token.replace(/\\(u[0-9a-f]{4}|.)/g, (escape) => escapes[escape] ?? escape);
+  const escapes = {"\\u003c": "<", "\\u003e": ">", "\\u0026": "&",
+                   "\\u2028": "\u2028", "\\u2029": "\u2029"};
+  const plain = (token) =>
+    token.replace(/\\(u[0-9a-f]{4}|.)/g, (escape) => escapes[escape] ?? escape);
 
   // A button that saves data[index] under `name`, byte for byte as velmo writes it.
   function saveButton(label, index, name) {
@@ -263,8 +276,8 @@ const velmo = (() => {
   Chart.defaults.plugins.tooltip.boxPadding = 4;
 
   return {
-    data: data.map((entry) => entry.value), theme, series, filling, dash, marker, alpha, el, number, figure,
-    gigabytes, bytes, table, fold, section, chart, axis, toggle, swatch, decades, indented,
-    saveButton, text: (index) => data[index].text,
+    data: data.map((entry) => entry.value), text: (index) => data[index].text, indented, saveButton,
+    theme, series, filling, dash, marker, alpha, chart, axis, decades, toggle, swatch,
+    el, table, fold, section, number, figure, gigabytes, bytes,
   };
 })();

@@ -93,8 +93,8 @@ const charts = (() => {
     }
     draw({
       id: "staircase", title: "Latency by size of the buffer",
-      note: "Each step is a cache that the buffer outgrows; the dashed lines stand at the sizes that " +
-        "the kernel names. Average of dependent loads in random order.",
+      note: "Each step is a cache that the buffer outgrows; the dashed lines stand at the sizes " +
+        "that the kernel names. Average of dependent loads in random order.",
       label: "Average latency in ns over the size of the buffer", height: 360,
       config: {type: "line", data: {datasets}, plugins: [cacheMarks(caches)], options: {
         layout: {padding: {top: 24}},
@@ -138,8 +138,8 @@ const charts = (() => {
     const bins = (point) => `${figure(point.low)}–${figure(point.high)}`;
     draw({
       id: "histograms", title: "How idle latency is spread",
-      note: "Share of the timed loads in each bin of latency, both axes logarithmic: the tail is what " +
-        "a percentile alone hides. From each memory's nearest CPU node.",
+      note: "Share of the timed loads in each bin of latency, both axes logarithmic: the tail is " +
+        "what a percentile alone hides. From each memory's nearest CPU node.",
       label: "Share of loads in percent over latency in ns", height: 340,
       config: {type: "line", data: {datasets}, options: {
         interaction: {mode: "nearest", axis: "x", intersect: false},
@@ -175,8 +175,8 @@ const charts = (() => {
       })}));
     draw({
       id: "mixes", title: "Bandwidth by mix",
-      note: "All CPUs of the nearest node but one, by mix of reads and writes, with the interval of " +
-        "the median.",
+      note: "All CPUs of the nearest node but one, by mix of reads and writes, with the interval " +
+        "of the median.",
       label: "Bandwidth in GB/s of each mix", height: 320,
       config: {type: "bar", data: {labels, datasets}, options: {
         interaction: {mode: "nearest", intersect: false},

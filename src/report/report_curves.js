@@ -20,7 +20,8 @@ const curves = (() => {
   const kShownCurves = 4;
   const kShownMemories = 8;
   const names = [...new Set(owners.map(({name}) => name))];
-  const shownNames = names.slice(0, Math.max(1, Math.floor(kShownMemories * names.length / owners.length)));
+  const shownNames = names.slice(
+    0, Math.max(1, Math.floor(kShownMemories * names.length / owners.length)));
   const shownAtFirst = ({memory, mix}) => loaded.length <= kShownCurves ||
     (mix === mixes[0] && shownNames.includes(memory.name));
 
@@ -43,7 +44,8 @@ const curves = (() => {
        pointStyle: velmo.marker(styleOf(entry)),
        data: at("median_ns").map((point) => ({...point, ...intervals(point)}))},
       {...common, label: `${name}, 99th`, showLine: false, pointRadius: 0, data: at("p99_ns")},
-      {...common, label: `${name}, 99.9th`, borderWidth: 0.75, pointRadius: 0, data: at("p99_9_ns")},
+      {...common, label: `${name}, 99.9th`, borderWidth: 0.75, pointRadius: 0,
+       data: at("p99_9_ns")},
     ];
   }
 
@@ -54,7 +56,8 @@ const curves = (() => {
     ctx.beginPath();
     ctx.rect(area.left, area.top, area.right - area.left, area.bottom - area.top);
     ctx.clip();
-    const shown = chart.data.datasets.filter((dataset, i) => dataset.band && chart.isDatasetVisible(i));
+    const shown = chart.data.datasets.filter((dataset, i) =>
+      dataset.band && chart.isDatasetVisible(i));
     const depth = Math.max(0.2 / shown.length ** 0.6, 0.03);
     chart.data.datasets.forEach((dataset, i) => {
       if (!dataset.band || !chart.isDatasetVisible(i)) return;
@@ -107,7 +110,8 @@ const curves = (() => {
       buttons.filter((_, i) => loaded[i].memory === memory)));
     const label = Math.min(Math.max(...owners.map((memory) => memory.label.length)), 24) + 2;
     return [
-      el("div", {class: "legend curves", role: "group", "aria-label": "Shown in the chart",
+      el("div", {class: `legend curves${rows.length > 1 ? "" : " single"}`, role: "group",
+                 "aria-label": "Shown in the chart",
                  style: `--mixes: ${mixes.length}; --label: ${label}ch`}, rows),
       el("div", {class: "groups-of"}, owners.length < 2 ? null : [
         el("span", {class: "soft"}, "Show or hide"), group("all", null, () => true),
@@ -116,12 +120,14 @@ const curves = (() => {
   }
 
   function scaleButton(chart) {
-    const button = el("button", {type: "button", class: "scale-switch", "aria-pressed": true, click: () => {
+    const turn = () => {
       const on = !pressed(button);
       button.setAttribute("aria-pressed", on);
       chart.options.scales.y = latencyAxis(on);
       chart.update("none");
-    }}, "Logarithmic scale");
+    };
+    const button = el("button", {type: "button", class: "scale-switch", "aria-pressed": true,
+                                 click: turn}, "Logarithmic scale");
     return button;
   }
   const least = () => Math.min(...loaded.flatMap(({cell}) => model.curve(cell).map(({summary}) =>
@@ -135,8 +141,8 @@ const curves = (() => {
     const place = el("div");
     const section = velmo.section("curves", "Latency under load",
       "Latency of dependent loads while other CPUs move that much. The thick line is the median, " +
-      "with the interval of each point; the band reaches to the 99th percentile, the thin line is " +
-      "the 99.9th.", place);
+      "with the interval of each point; the band reaches to the 99th percentile, the thin line " +
+      "is the 99.9th.", place);
     const chart = velmo.chart(place, "curves-chart",
       "Latency in ns over delivered bandwidth in GB/s, a curve a memory and mix", 480, {
         type: "line", data: {datasets: loaded.flatMap(datasetsOf)}, plugins: [bands],

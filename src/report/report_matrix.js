@@ -54,14 +54,16 @@ const matrices = (() => {
       const made = el("td", {class: here ? "here" : null,
                              title: `CPUs of node ${row} to ${column}: ` +
                                     tables.hover(e, kind.format, kind.unit)},
-        shown, wide ? null : el("div", {class: "under"}, here ? "local" : `× ${slower.toFixed(2)}`));
+        shown,
+        wide ? null : el("div", {class: "under"}, here ? "local" : `× ${slower.toFixed(2)}`));
       made.style.backgroundColor = shade(slower);
       return made;
     };
     const body = rows.map((row) => {
       const present = columns.map((column) => median(row, column)).filter((m) => m !== undefined);
       const local = median(row, `node ${row}`) ?? kind.best(...present);
-      return el("tr", {}, el("th", {scope: "row", class: "text"}, wide ? row : `CPUs of node ${row}`),
+      return el("tr", {},
+                el("th", {scope: "row", class: "text"}, wide ? row : `CPUs of node ${row}`),
                 columns.map((column) => cellOf(row, column, local)));
     });
     const short = (column) => wide ? column.replace(/^node /, "") : column;
@@ -79,7 +81,8 @@ const matrices = (() => {
 
   function scale() {
     const stops = [0.25, 0.5, 1, 1.5, 2, 3, 4];
-    return el("p", {class: "scale", "aria-hidden": "true"}, el("span", {}, "times as slow as local"),
+    return el("p", {class: "scale", "aria-hidden": "true"},
+      el("span", {}, "times as slow as local"),
       stops.map((ratio) => {
         const box = el("span", {class: "stop"}, ratio < 1 ? `1/${1 / ratio}` : ratio);
         box.style.backgroundColor = shade(ratio);

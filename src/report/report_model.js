@@ -11,7 +11,8 @@ const model = (() => {
   // "node 1", "/dev/dax0.0", "/mnt/pmem0", or "own nodes" of cells over the whole machine.
   const memoryName = (memory) => typeof memory.node === "number" ? `node ${memory.node}` :
     memory.device || memory.directory || "own nodes";
-  const sourceName = (from) => from.cpu_node === null ? "all CPUs" : `CPUs of node ${from.cpu_node}`;
+  const sourceName = (from) =>
+    from.cpu_node === null ? "all CPUs" : `CPUs of node ${from.cpu_node}`;
 
   const cellsOf = (survey, kind, scope) => survey.cells.filter((cell) =>
     cell.kind === kind && cell.parameters.scope === scope);
@@ -140,8 +141,8 @@ const model = (() => {
   // [["kernel release", "6.1.0"], ...]: members of `value`, those of objects in it too. A list of
   // objects is left to `listed`, when that is given.
   function facts(value, listed, path = []) {
-    if (typeof value !== "object" || unknown(value) || list(value).every((e) => typeof e !== "object")
-        && Array.isArray(value)) {
+    const plain = Array.isArray(value) && value.every((entry) => typeof entry !== "object");
+    if (typeof value !== "object" || unknown(value) || plain) {
       return [[path.map(words).join(" "), valueText(path.at(-1), value)]];
     }
     if (Array.isArray(value) && listed) {

@@ -23,7 +23,8 @@ const tables = (() => {
     const hypervisor = known(machine.hypervisor);
     return [
       processor && (sockets > 1 ? `${sockets} × ${processor}` : processor),
-      known(machine.cores) && `${plural(machine.cores, "core")}, ${plural(known(machine.threads), "thread")}`,
+      known(machine.cores) && `${plural(machine.cores, "core")}, ` +
+        `${plural(known(machine.threads), "thread")}`,
       Number.isFinite(total) && nodes.length &&
         `${velmo.bytes(total)} on ${plural(nodes.length, "memory node")}`,
       known(machine.kernel?.release) && `Linux ${machine.kernel.release}`,
@@ -48,16 +49,18 @@ const tables = (() => {
       `in ${count} of ${plural(repeats.length, "repeat")}`).join("; ");
   }
 
-  const marks = {placement: "pages elsewhere than asked", small_buffer: "buffer too small for the caches"};
-  const marksText = (cell) => model.list(cell.marks).map((mark) => marks[mark] ?? model.words(mark));
+  const marks = {placement: "pages elsewhere than asked",
+                 small_buffer: "buffer too small for the caches"};
+  const marksText = (cell) =>
+    model.list(cell.marks).map((mark) => marks[mark] ?? model.words(mark));
 
   function troubles(survey) {
     const rows = [];
     for (const cell of survey.cells) {
       const why = [cell.message, disturbances(cell), ...marksText(cell)].filter(Boolean).join("; ");
       if (cell.state !== "ok") {
-        rows.push([model.cellName(cell), el("span", {class: cell.state === "failed" ? "bad" : "warn"},
-                                            cell.state), why]);
+        const grave = cell.state === "failed" ? "bad" : "warn";
+        rows.push([model.cellName(cell), el("span", {class: grave}, cell.state), why]);
       } else if (marksText(cell).length) {
         rows.push([model.cellName(cell), el("span", {class: "warn"}, "doubtful"), why]);
       }
@@ -79,9 +82,10 @@ const tables = (() => {
     if (disturbed) parts.push(el("span", {class: "warn"}, `${disturbed} disturbed`));
     if (doubtful) parts.push(el("span", {class: "warn"}, `${doubtful} doubtful`));
     const calm = all - disturbed - failed;
-    const clean = calm === all ? `Undisturbed: all ${plural(all, "cell")}` :
+    const clean = !all ? "Nothing was measured" :
+      calm === all ? `Undisturbed: all ${plural(all, "cell")}` :
       `Undisturbed: ${calm} of ${plural(all, "cell")}`;
-    parts.unshift(el("span", {class: calm === all ? "good" : null}, clean));
+    parts.unshift(el("span", {class: all && calm === all ? "good" : null}, clean));
     if (survey.run.state !== "complete") {
       parts.unshift(el("span", {class: "bad"}, survey.run.state === "interrupted"
         ? "Interrupted before its end" : survey.run.state));
@@ -95,8 +99,8 @@ const tables = (() => {
     if (several) main.append(el("h1", {}, `${surveys.length} surveys`));
     for (const survey of surveys) {
       const {run} = survey;
-      const notes = model.list(run.advice).concat(model.list(run.skipped).map((s) =>
-        `Skipped: ${model.valueText("", s)}`));
+      const notes = model.list(run.advice).map((note) => model.valueText("", note))
+        .concat(model.list(run.skipped).map((what) => `Skipped: ${model.valueText("", what)}`));
       main.append(el("article", {class: "trust"},
         el(several ? "h2" : "h1", {}, survey.name),
         el("p", {}, machineLine(survey)),
@@ -104,14 +108,15 @@ const tables = (() => {
           run.state === "complete" ? "complete" : run.state,
           `velmo ${survey.record.velmo.version}`].join(" · ")),
         verdict(survey), troubles(survey),
-        notes.length ? el("ul", {}, notes.map((note) => el("li", {}, model.valueText("", note)))) : null));
+        notes.length ? el("ul", {}, notes.map((note) => el("li", {}, note))) : null));
     }
   }
 
   const stacked = (first, second) => el("div", {}, first, el("div", {class: "under"}, second));
   function value(cell, name, format, unit) {
     const e = estimate(cell, name);
-    if (!e) return cell?.state === "failed" ? el("span", {class: "bad", title: cell.message}, "failed") : "–";
+    if (!e && cell?.state !== "failed") return "–";
+    if (!e) return el("span", {class: "bad", title: cell.message}, "failed");
     const doubtful = cell.state !== "ok" || marksText(cell).length;
     return el("span", {title: hover(e, format, unit), class: doubtful ? "warn" : null},
               format(e.median), doubtful ? "*" : "");
@@ -127,12 +132,13 @@ const tables = (() => {
       {title: "99.9th", group: latency}, {title: "large pages", group: latency},
       ...mixes.map((mix) => ({title: mix, group: "Bandwidth, GB/s, by mix"})),
       {title: "one thread", group: "Bandwidth, GB/s, by mix"},
-      {title: "at 50\u00a0%", group: "Under load, ns"}, {title: "at 90\u00a0%", group: "Under load, ns"},
+      {title: "at 50\u00a0%", group: "Under load, ns"},
+      {title: "at 90\u00a0%", group: "Under load, ns"},
     ];
     const rows = memories.map((memory) => {
       const idle = estimate(memory.idle, "average_ns");
       return [
-        stacked(memory.label, `${memory.type}${memory.size ? `, ${velmo.bytes(memory.size)}` : ""}` +
+        stacked(memory.label, memory.type + (memory.size ? `, ${velmo.bytes(memory.size)}` : "") +
           (memory.node === undefined || memory.name === `node ${memory.node}` ? ""
             : `, from node ${memory.node}`)),
         idle ? stacked(value(memory.idle, "average_ns", figure, "ns"), range(idle, figure))
@@ -154,7 +160,8 @@ const tables = (() => {
     velmo.section("memories", "Memory at a glance",
       "Each memory from its nearest CPU node: medians over the repeats, below the average its " +
       "interval. Under load: the average at half and at nine tenths of the greatest bandwidth of " +
-      "the first mix. 1 GB is 10⁹ bytes; n: stores go around the caches; * : disturbed or doubtful.",
+      "the first mix. 1 GB is 10⁹ bytes; n: stores go around the caches; * : disturbed or " +
+      "doubtful.",
       velmo.table("Memory at a glance", columns, rows), ...machines);
   }
 
@@ -162,7 +169,7 @@ const tables = (() => {
 
   function differences() {
     const known = surveys.map((survey) => new Map([
-      ["velmo", [survey.record.velmo.version, survey.record.velmo.commit].filter(Boolean).join(" ")],
+      ["velmo", Object.values(survey.record.velmo).join(" ")],
       ["arguments", model.list(survey.run.arguments).join(" ")],
       ...model.facts(survey.machine)]));
     // What changes from one minute to the next is no difference between machines.
@@ -202,8 +209,8 @@ const tables = (() => {
 
   function files() {
     velmo.section("surveys", several ? "The surveys" : "The survey",
-      "Everything above was drawn from it, and it is in this page: saved, it is the file again, for " +
-      "velmo show, compare and report.",
+      "Everything above was drawn from it, and it is in this page: saved, it is the file again, " +
+      "for velmo show, compare and report.",
       velmo.table("Surveys", [{title: "Host", text: true}, {title: "Started", text: true},
                               {title: "Cells"}, {title: ""}],
         surveys.map((survey) => {
