@@ -23,13 +23,7 @@ bool Configurator::HasCpus(int node) const {
 }
 
 const NumaInfo::cpu_ctx& Configurator::MeasuringCpu(int node) const {
-  const auto& cpus = node_cpus[node];
-  const NumaInfo::cpu_ctx& first = cpus.front();
-  if (first.cpu_id != 0) return first;
-  // CPU 0 serves the system's interrupts.
-  const auto other_core = std::find_if(
-      cpus.begin(), cpus.end(), [&first](const auto& cpu) { return cpu.core_id != first.core_id; });
-  return other_core != cpus.end() ? *other_core : first;
+  return measuring_cpu(node_cpus[node]);
 }
 
 }  // namespace velmo

@@ -8,6 +8,8 @@
 #include <random>
 #include <vector>
 
+#include "app/threads.h"
+
 namespace velmo {
 namespace {
 
@@ -38,17 +40,15 @@ bool has_clflushopt() {
   return __get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) != 0 && (ebx & bit_CLFLUSHOPT) != 0;
 }
 
-}  // namespace
-
-int make_seq_chain(void*& buf, long size, int stride) {
-  const Elements elements(buf, stride);
-  const long n = size / stride;
-  for (long i = 0; i + 1 < n; ++i) elements.Link(i, i + 1);
-  elements.Link(n > 1 ? n - 1 : 0, 0);
-  return 1;
+// The least count of blocks that hold the elements of `size` bytes, a smaller last one included.
+uint64_t blocks_of(long size, int stride) {
+  const auto n = static_cast<uint64_t>(size / stride);
+  const uint64_t per = kChainBlock / stride;
+  return (n + per - 1) / per;
 }
 
-int make_rnd_chain(void*& buf, long size, int stride) {
+// Lays the blocks `begin` to `end` - 1 of a random chain over `size` bytes.
+void lay_blocks(void* buf, long size, int stride, uint64_t begin, uint64_t end) {
   const Elements elements(buf, stride);
   const auto n = static_cast<uint64_t>(size / stride);
   const uint64_t per = kChainBlock / stride;
@@ -57,7 +57,7 @@ int make_rnd_chain(void*& buf, long size, int stride) {
   std::random_device entropy("default");
   std::mt19937 generator(entropy());
   std::vector<uint32_t> order(per);  // offsets inside the block, in the order of the walk
-  for (uint64_t first = 0; first < n; first += per) {
+  for (uint64_t first = begin * per; first < std::min(n, end * per); first += per) {
     const uint64_t count = std::min(per, n - first);
     order.resize(count);
     std::iota(order.begin(), order.end(), 0);
@@ -73,6 +73,20 @@ int make_rnd_chain(void*& buf, long size, int stride) {
       if (j + 1 < count || first + count < full) elements.at(from)[2] = to;
     }
   }
+}
+
+}  // namespace
+
+int make_seq_chain(void*& buf, long size, int stride) {
+  const Elements elements(buf, stride);
+  const long n = size / stride;
+  for (long i = 0; i + 1 < n; ++i) elements.Link(i, i + 1);
+  elements.Link(n > 1 ? n - 1 : 0, 0);
+  return 1;
+}
+
+int make_rnd_chain(void*& buf, long size, int stride) {
+  lay_blocks(buf, size, stride, 0, blocks_of(size, stride));
   return 1;
 }
 
@@ -83,6 +97,19 @@ void lay_chain(void* buf, long size, int stride, access_type_t order) {
     make_rnd_chain(buf, size, stride);
   }
   flush_lines(buf, static_cast<uint64_t>(size / stride), stride);
+}
+
+void lay_rnd_chain_on(const std::vector<int>& cpus, void* buf, long size, int stride) {
+  const uint64_t blocks = blocks_of(size, stride);
+  const auto n = static_cast<uint64_t>(size / stride);
+  const uint64_t per = kChainBlock / stride;
+  run_pinned(cpus, [&](size_t part) {
+    const uint64_t begin = blocks * part / cpus.size();
+    const uint64_t end = blocks * (part + 1) / cpus.size();
+    lay_blocks(buf, size, stride, begin, end);
+    const uint64_t first = std::min(n, begin * per);
+    flush_lines(static_cast<char*>(buf) + first * stride, std::min(n, end * per) - first, stride);
+  });
 }
 
 void flush_lines(const void* buf, uint64_t count, long stride) {

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 namespace velmo {
 
@@ -34,6 +35,10 @@ int make_rnd_chain(void*& buf, long size, int stride);
 
 // Lays a chain of that order and evicts it from all caches.
 void lay_chain(void* buf, long size, int stride, access_type_t order);
+
+// The random chain, laid and evicted by several threads, one on each of `cpus`, each a part of the
+// blocks. They touch the pages first.
+void lay_rnd_chain_on(const std::vector<int>& cpus, void* buf, long size, int stride);
 
 // Evicts from all caches the line at buf + i * stride, for i = 0 .. count - 1, and waits until that
 // is done.

@@ -89,4 +89,8 @@ class NumaInfo {
 // number that is known.
 bool same_core(const NumaInfo::cpu_ctx& a, const NumaInfo::cpu_ctx& b);
 
+// The CPU of a node to measure latency from, of its usable ones (not empty): not CPU 0 nor a
+// hyper-thread sibling of it where there is another.
+const NumaInfo::cpu_ctx& measuring_cpu(const std::vector<NumaInfo::cpu_ctx>& cpus);
+
 }  // namespace velmo

@@ -1,0 +1,26 @@
+// Where the pages of a buffer are.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace velmo {
+
+struct Placement {
+  int64_t asked = 0;            // pages, spread evenly over the buffer
+  int64_t on_node = 0;          // of them, on the node where they belong
+  int64_t page_size_bytes = 0;  // that the most of the buffer is mapped in; 0: not known
+  std::string reason;           // why nothing is known; empty: it is
+
+  double share() const {
+    return asked > 0 ? static_cast<double>(on_node) / static_cast<double>(asked) : 0;
+  }
+};
+
+// Asks the kernel where the pages of `size` bytes at `data`, which were touched, are: 1,024 of
+// them, or all where there are fewer. `node` -1: whichever node most of them are on counts as
+// theirs.
+Placement find_placement(const void* data, int64_t size, int node);
+
+}  // namespace velmo

@@ -1,0 +1,190 @@
+#include "survey/options.h"
+
+#include <charconv>
+#include <map>
+#include <random>
+#include <sstream>
+
+#include "app/console.h"
+#include "app/text.h"
+#include "app/words.h"
+#include "survey/record.h"
+
+namespace velmo {
+namespace {
+
+const std::map<std::string, std::string> kKindNames = {{"idle", kIdleLatency},
+                                                       {"sizes", kLatencyBySize},
+                                                       {"bandwidth", kBandwidth},
+                                                       {"loaded", kLoadedLatency}};
+const std::map<std::string, PageSize> kPageNames = {
+    {"4k", PageSize::k4K}, {"thp", PageSize::kThp}, {"2m", PageSize::k2M}, {"1g", PageSize::k1G}};
+
+constexpr int kMaxShare = 1000;
+constexpr double kMaxHours = 1000;
+
+std::vector<std::string> split(const std::string& list) {
+  std::vector<std::string> parts;
+  std::istringstream in(list);
+  for (std::string part; std::getline(in, part, ',');) parts.push_back(part);
+  return parts;
+}
+
+// All of `text` as a number of type T; none where it is not.
+template <typename T>
+std::optional<T> number(const std::string& text) {
+  T value{};
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
+std::set<std::string> parse_kinds(const std::string& list) {
+  std::set<std::string> kinds;
+  for (const std::string& name : split(list)) {
+    const auto found = kKindNames.find(name);
+    if (found == kKindNames.end()) {
+      Fatal() << "Unknown kind: " << name << ". There are idle, sizes, bandwidth and loaded\n";
+    }
+    kinds.insert(found->second);
+  }
+  if (kinds.empty()) Fatal() << "--only names no kind. There are idle, sizes, bandwidth, loaded\n";
+  return kinds;
+}
+
+Mix parse_mix(const std::string& text) {
+  std::string shares = text;
+  const bool stream = !shares.empty() && shares.back() == 'n';
+  if (stream) shares.pop_back();
+  const size_t colon = shares.find(':');
+  const auto read = number<int>(shares.substr(0, colon));
+  const auto write =
+      colon == std::string::npos ? std::nullopt : number<int>(shares.substr(colon + 1));
+  if (!read || !write || *read < 0 || *write < 0 || *read + *write == 0 || *read > kMaxShare ||
+      *write > kMaxShare) {
+    Fatal() << "Invalid mix: " << text << ". A mix is reads:writes, as 2:1, or 2:1n with "
+            << "non-temporal writes\n";
+  }
+  if (!stream && *read < *write) {
+    Fatal() << "Invalid mix: " << text << ". An ordinary write reads its line first, so there are "
+            << "no more writes than reads; add n for non-temporal writes\n";
+  }
+  return {*read, *write, stream ? 1 : 0};
+}
+
+std::vector<int> parse_nodes(const std::string& option, const std::string& list) {
+  std::vector<int> nodes;
+  const std::string error = parse_list(list, nodes);
+  if (!error.empty() || nodes.empty()) {
+    Fatal() << option << ": " << list << " is no list of nodes, as 0-1,3\n";
+  }
+  return nodes;
+}
+
+double parse_duration(const std::string& text) {
+  const std::map<char, double> units = {{'s', 1}, {'m', 60}, {'h', 3600}};
+  std::string digits = text;
+  double unit = 1;
+  if (!digits.empty() && units.count(digits.back()) > 0) {
+    unit = units.at(digits.back());
+    digits.pop_back();
+  }
+  const auto value = number<double>(digits);
+  if (!value || !(*value > 0) || *value * unit > kMaxHours * 3600) {
+    Fatal() << "Invalid duration: " << text << ". As 90, 90s, 10m or 2h\n";
+  }
+  return *value * unit;
+}
+
+int64_t parse_size(const std::string& text) {
+  const size_t unit = text.find_first_not_of("0123456789");
+  if (unit != std::string::npos && unit + 1 < text.size()) {
+    Fatal() << "Invalid size: " << text << ". A whole number of k, m or g, as 256m\n";
+  }
+  const int64_t size = get_bytes(text);
+  constexpr int64_t kLeast = 1 << 20;
+  if (size < kLeast) Fatal() << "Invalid size: " << text << ". At least 1m\n";
+  return size;
+}
+
+}  // namespace
+
+std::string mix_text(const Mix& mix) {
+  return std::to_string(mix.read) + ':' + std::to_string(mix.write) + (mix.stream != 0 ? "n" : "");
+}
+
+std::string pages_text(PageSize pages) {
+  for (const auto& [name, value] : kPageNames) {
+    if (value == pages) return name;
+  }
+  return "system";
+}
+
+SurveyOptions parse_survey_options(int argc, char** argv) {
+  SurveyOptions options;
+  options.arguments.assign(argv + 1, argv + argc);
+  CLI::App app(
+      "Measures all memory of the machine: idle latency, latency by size, bandwidth and latency "
+      "under load, each with its uncertainty, and keeps it as one JSON file.",
+      "velmo survey");
+  std::string only, cpu_nodes, memory_nodes, size, pages = "4k", mixes, limit;
+  double precision = 0;
+  bool quick = false;
+  bool thorough = false;
+  std::optional<uint64_t> seed;
+  app.add_option("-o", options.output,
+                 "File to write; - is standard output (velmo_<host>_<UTC>.json here)")
+      ->type_name("FILE");
+  auto* quick_flag = app.add_flag("--quick", quick, "Fewer repeats, mixes and points: 30 s");
+  app.add_flag("--thorough", thorough, "More repeats, every loaded curve")->excludes(quick_flag);
+  app.add_option("--only", only, "Kinds of cells: idle,sizes,bandwidth,loaded")->type_name("KINDS");
+  app.add_option("--cpu-nodes", cpu_nodes, "Measure from these nodes alone")->type_name("LIST");
+  app.add_option("--memory-nodes", memory_nodes, "Measure these nodes alone")->type_name("LIST");
+  app.add_option("--device", options.devices, "Measure this device-DAX device, too")
+      ->type_name("PATH")
+      ->allow_extra_args(false);
+  app.add_option("--directory", options.directories, "Measure a file in this directory, too")
+      ->type_name("DIR")
+      ->allow_extra_args(false);
+  app.add_option("--size", size, "Bytes of a buffer, as 256m, in place of what the caches call for")
+      ->type_name("SIZE");
+  app.add_option("--pages", pages, "Pages of the buffers: 4k, thp, 2m or 1g (4k)")
+      ->type_name("PAGES");
+  app.add_option("--mixes", mixes, "Reads:writes, n for non-temporal writes, as 1:0,2:1,2:1n")
+      ->type_name("LIST");
+  app.add_option("--repeats", options.repeats, "Repeats of a cell at most")
+      ->check(CLI::Range(1, 1000))
+      ->type_name("N");
+  app.add_option("--precision", precision,
+                 "Repeat until medians are known this well, in percent (latency 1, bandwidth 2)")
+      ->check(CLI::Range(0.01, 100.0))
+      ->type_name("PERCENT");
+  app.add_option("--time-limit", limit, "End after this time, as 90s, 10m or 2h")
+      ->type_name("DURATION");
+  app.add_option("--seed", seed, "Order of the cells (a random one)")->type_name("N");
+  app.add_flag("--strict", options.strict, "End with status 3 when a cell is disturbed or failed");
+  app.add_flag("--quiet", options.quiet, "No progress and no tables");
+  parse_word(app, argc, argv);
+
+  if (quick) options.depth = Depth::kQuick;
+  if (thorough) options.depth = Depth::kThorough;
+  for (const auto& [name, kind] : kKindNames) options.kinds.insert(kind);
+  if (app.count("--only") > 0) options.kinds = parse_kinds(only);
+  if (app.count("--cpu-nodes") > 0) options.cpu_nodes = parse_nodes("--cpu-nodes", cpu_nodes);
+  if (app.count("--memory-nodes") > 0) {
+    options.memory_nodes = parse_nodes("--memory-nodes", memory_nodes);
+  }
+  if (app.count("--size") > 0) options.size = parse_size(size);
+  const auto page_name = kPageNames.find(pages);
+  if (page_name == kPageNames.end()) {
+    Fatal() << "Unknown pages: " << pages << ". There are 4k, thp, 2m and 1g\n";
+  }
+  options.pages = page_name->second;
+  for (const std::string& mix : split(mixes)) options.mixes.push_back(parse_mix(mix));
+  if (app.count("--precision") > 0) options.precision = precision / 100;
+  if (app.count("--time-limit") > 0) options.time_limit = parse_duration(limit);
+  options.seed = seed ? *seed : std::random_device()() & 0x7fffffff;
+  return options;
+}
+
+}  // namespace velmo
