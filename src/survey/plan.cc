@@ -32,10 +32,10 @@ constexpr int64_t kLargest = 1024 * kMiB;
 
 // What a depth means.
 struct DepthPlan {
-  int repeats;        // of idle and bandwidth cells
-  int few_repeats;    // of sizes and loaded curves
-  int points;         // of a loaded curve
-  bool every_curve;   // of all memories, not one of each kind
+  int repeats;       // of idle and bandwidth cells
+  int few_repeats;   // of sizes and loaded curves
+  int points;        // of a loaded curve
+  bool every_curve;  // of all memories, not one of each kind
   std::vector<Mix> mixes;
   std::vector<Mix> loaded_mixes;
 };
@@ -107,8 +107,8 @@ class Planner {
     if (!asked) return there;
     for (const int node : *asked) {
       if (std::ranges::find(there, node) != there.end()) continue;
-      Fatal() << option << ": no node " << node << ' ' << what << ". There is: "
-              << vector_to_str_range(there, 0) << '\n';
+      Fatal() << option << ": no node " << node << ' ' << what
+              << ". There is: " << vector_to_str_range(there, 0) << '\n';
     }
     return *asked;
   }
@@ -167,15 +167,13 @@ class Planner {
   // Gives the cell its chain, as large as the caches of its CPU call for.
   void SizeChain(CellPlan& plan) const {
     const int64_t cache = LastLevel({plan.latency_cpu});
-    const int64_t wanted =
-        std::max(kLeastChain, kCachesCovered * cache / kLineBytes * kStride);
+    const int64_t wanted = std::max(kLeastChain, kCachesCovered * cache / kLineBytes * kStride);
     plan.chain_bytes = options_.size.value_or(round_up(wanted, kGrain));
     const std::optional<int64_t> usable = Usable(plan.memory);
     if (usable && *usable < plan.chain_bytes) {
       if (options_.size || *usable < kLeastChain / 4) {
         Fail(plan, "A buffer of " + std::to_string(plan.chain_bytes / kMiB) +
-                       " MiB does not fit: " + std::to_string(*usable / kMiB) +
-                       " MiB may be used");
+                       " MiB does not fit: " + std::to_string(*usable / kMiB) + " MiB may be used");
         return;
       }
       plan.chain_bytes = *usable / kGrain * kGrain;
@@ -209,8 +207,8 @@ class Planner {
     const std::optional<int64_t> usable = Usable(plan.memory);
     const int64_t needed = plan.region_bytes * regions + reserved;
     if (usable && *usable < needed) {
-      Fail(plan, "The buffers of " + std::to_string(needed / kMiB) + " MiB do not fit: " +
-                     std::to_string(*usable / kMiB) + " MiB may be used");
+      Fail(plan, "The buffers of " + std::to_string(needed / kMiB) +
+                     " MiB do not fit: " + std::to_string(*usable / kMiB) + " MiB may be used");
       return;
     }
     if (plan.region_bytes * regions < covered) plan.cell.marks.emplace_back("small_buffer");
@@ -265,8 +263,7 @@ class Planner {
       const int64_t size = static_cast<int64_t>(at) / 4096 * 4096;
       if (size == before) continue;
       before = size;
-      CellPlan plan =
-          NewCell(kLatencyBySize, from, {.node = from}, Common("node", options_.pages));
+      CellPlan plan = NewCell(kLatencyBySize, from, {.node = from}, Common("node", options_.pages));
       plan.latency_cpu = cpu;
       plan.chain_bytes = size;
       plan.most_repeats = depth_.few_repeats;
@@ -364,9 +361,9 @@ class Planner {
     std::map<std::tuple<bool, int64_t, int>, int> of_kind;
     for (const int node : memory_nodes_) {
       constexpr int64_t kSizeStep = 8192 * kMiB;
-      const auto key = std::make_tuple(CpusOf(node).empty(),
-                                       (numa_node_size64(node, nullptr) + kSizeStep / 2) / kSizeStep,
-                                       machine_.distances[node][NearestTo(node)]);
+      const auto key = std::make_tuple(
+          CpusOf(node).empty(), (numa_node_size64(node, nullptr) + kSizeStep / 2) / kSizeStep,
+          machine_.distances[node][NearestTo(node)]);
       if (!of_kind.emplace(key, node).second && !depth_.every_curve) continue;
       for (const Mix& mix : depth_.loaded_mixes) AddLoaded(node, mix);
     }

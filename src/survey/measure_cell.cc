@@ -1,0 +1,297 @@
+#include "survey/measure_cell.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <optional>
+
+#include "app/clock.h"
+#include "app/threads.h"
+#include "bandwidth/measure_bandwidth.h"
+#include "latency/summarize.h"
+#include "loaded/measure_point.h"
+#include "platform/placement.h"
+#include "survey/loaded_delays.h"
+#include "survey/record_json.h"
+
+namespace velmo {
+namespace {
+
+constexpr double kBytesPerMb = 1e6;
+constexpr int32_t kStride = 256;  // bytes between elements of every chain
+
+// Loads of an idle measurement: to warm up, timed as a whole, and timed one by one.
+constexpr uint64_t kWarmUp = 200'000;
+constexpr uint64_t kLoads = 1'000'000;
+constexpr uint64_t kSamples = 100'000;
+// Of a point under load, which is slower.
+constexpr uint64_t kLoadedWarmUp = 10'000;
+constexpr uint64_t kLoadedLoads = 100'000;
+constexpr uint64_t kLoadedSamples = 40'000;
+// Least loads of a step of the staircase.
+constexpr uint64_t kStepLoads = 200'000;
+
+double seconds_since(long start) { return static_cast<double>(monotonic_ns() - start) * 1e-9; }
+
+int64_t mapped_bytes(int64_t size, PageSize pages) {
+  const int64_t unit = pages == PageSize::k1G ? int64_t{1} << 30 : int64_t{2} << 20;
+  return pages == PageSize::k4K ? size : (size + unit - 1) / unit * unit;
+}
+
+Json placement_json(const Placement& placement) {
+  if (!placement.reason.empty()) return {{"value", nullptr}, {"reason", placement.reason}};
+  return {{"pages_asked", placement.asked},
+          {"pages_on_node", placement.on_node},
+          {"share_on_node", placement.share()},
+          {"page_size_bytes", placement.page_size_bytes}};
+}
+
+// CPUs of the plan that touch memory first, each its part.
+std::vector<int> touching_cpus(const CellPlan& plan) {
+  std::vector<int> cpus = {plan.latency_cpu};
+  for (const LoadSeat& seat : plan.load) cpus.push_back(seat.cpu);
+  if (plan.load.empty() && plan.sampling_cpu >= 0) cpus.push_back(plan.sampling_cpu);
+  return cpus;
+}
+
+// A chain of the plan's size in memory of its own.
+class Chain {
+ public:
+  explicit Chain(const CellPlan& plan)
+      : buffer_(plan.memory, mapped_bytes(plan.chain_bytes, plan.pages),
+                {.pages = plan.pages, .zero = false}),
+        bytes_(plan.chain_bytes) {
+    lay_rnd_chain_on(touching_cpus(plan), buffer_.data(), bytes_, kStride);
+  }
+
+  const void* data() const { return buffer_.data(); }
+  uint64_t elements() const { return static_cast<uint64_t>(bytes_ / kStride); }
+  Placement Where(int node) const { return find_placement(buffer_.data(), bytes_, node); }
+
+ private:
+  Buffer buffer_;
+  int64_t bytes_;
+};
+
+void add_samples(const LatencySamples& from, const LatencyResult& result, double ticks,
+                 Samples& to) {
+  for (size_t c = 0; c < from.histogram.size(); ++c) {
+    if (from.histogram[c] == 0) continue;
+    const double ns = cycles_to_ns(c, ticks) - result.overhead;
+    to[std::max<int64_t>(std::lround(ns * 10), 0)] += from.histogram[c];
+  }
+}
+
+void set_latency(const LatencySamples& samples, const LatencyResult& result, double ticks,
+                 Figures& figures) {
+  figures[kAverageNs] = result.average;
+  if (result.samples == 0) return;
+  figures[kMedianNs] = percentile_ns(samples, result, ticks, 0.5);
+  figures[kP99Ns] = percentile_ns(samples, result, ticks, 0.99);
+  if (result.samples >= static_cast<uint64_t>(kTailSamples)) {
+    figures[kP999Ns] = percentile_ns(samples, result, ticks, 0.999);
+  }
+}
+
+Measured MeasureIdle(const CellPlan& plan, double ticks) {
+  const Chain chain(plan);
+  const LatencySpec spec{
+      .warm_up = kWarmUp, .loads = kLoads, .samples = kSamples, .cpu = plan.latency_cpu};
+  Measured measured;
+  LatencySamples samples;
+  run_pinned({plan.latency_cpu}, [&](size_t) {
+    const long start = monotonic_ns();
+    samples = MeasureLatency(chain.data(), spec);
+    measured.repeat.seconds = seconds_since(start);
+  });
+  const LatencyResult result = Summarize(samples, ticks);
+  set_latency(samples, result, ticks, measured.repeat.figures);
+  add_samples(samples, result, ticks, measured.samples);
+  measured.repeat.placement = placement_json(chain.Where(plan.memory.node));
+  return measured;
+}
+
+Measured MeasureStep(const CellPlan& plan) {
+  const Chain chain(plan);
+  // One lap brings into the caches what they hold; every load counts as often as any other.
+  const uint64_t laps = (kStepLoads + chain.elements() - 1) / chain.elements();
+  const LatencySpec spec{
+      .warm_up = chain.elements(), .loads = laps * chain.elements(), .cpu = plan.latency_cpu};
+  Measured measured;
+  run_pinned({plan.latency_cpu}, [&](size_t) {
+    const long start = monotonic_ns();
+    measured.repeat.figures[kAverageNs] = MeasureLatency(chain.data(), spec).average;
+    measured.repeat.seconds = seconds_since(start);
+  });
+  measured.repeat.placement = placement_json(chain.Where(plan.memory.node));
+  return measured;
+}
+
+// The regions of a load: of each thread, both behind one another in a buffer of its own.
+class Regions {
+ public:
+  explicit Regions(const CellPlan& plan) : bytes_(plan.region_bytes) {
+    const LoadPlan load(plan.mix, true, kBlocksPerPass);
+    buffers_.resize(plan.load.size());
+    std::vector<int> cpus;
+    for (const LoadSeat& seat : plan.load) cpus.push_back(seat.cpu);
+    run_pinned(cpus, [&](size_t i) {
+      buffers_[i] = Buffer(plan.load[i].memory, 2 * bytes_, {.pages = plan.pages, .zero = false});
+      // What is only read has to be there, too: pages that nobody wrote are all the same one.
+      if (load.read_step > 0) std::memset(buffers_[i].data(), 0, bytes_);
+      if (load.write_step > 0) std::memset(buffers_[i].bytes() + bytes_, 0, bytes_);
+    });
+    begin_ = load.read_step > 0 ? 0 : bytes_;
+    for (const LoadSeat& seat : plan.load) nodes_.push_back(seat.memory.node);
+  }
+
+  std::vector<LoadRegions> Get() const {
+    std::vector<LoadRegions> regions;
+    for (const Buffer& buffer : buffers_) regions.push_back({buffer.data(), bytes_});
+    return regions;
+  }
+
+  // Of all regions together.
+  Placement Where() const {
+    Placement all;
+    for (size_t i = 0; i < buffers_.size(); ++i) {
+      const Placement one = find_placement(buffers_[i].bytes() + begin_, bytes_, nodes_[i]);
+      if (!one.reason.empty()) return one;
+      all.asked += one.asked;
+      all.on_node += one.on_node;
+      all.page_size_bytes = one.page_size_bytes;
+    }
+    return all;
+  }
+
+ private:
+  int64_t bytes_;
+  int64_t begin_ = 0;  // of the region that is touched for sure
+  std::vector<Buffer> buffers_;
+  std::vector<int> nodes_;
+};
+
+LoadSpec LoadOf(const CellPlan& plan) {
+  return {.mix = plan.mix, .full = true, .stride = kLineBytes, .delay_every_unit = true};
+}
+
+std::vector<int> LoadCpus(const CellPlan& plan) {
+  std::vector<int> cpus;
+  for (const LoadSeat& seat : plan.load) cpus.push_back(seat.cpu);
+  return cpus;
+}
+
+Measured MeasureMix(const CellPlan& plan) {
+  const Regions regions(plan);
+  Measured measured;
+  measured.repeat.placement = placement_json(regions.Where());
+  if (plan.sampling_cpu >= 0) set_cpu_affinity(plan.sampling_cpu);
+  LoadTeam team(LoadOf(plan), LoadCpus(plan), regions.Get());
+  team.Park();
+  constexpr BandwidthSpec kShort{.intervals = 5, .warm_up = 2, .interval = 0.05};
+  BandwidthSpec spec = kShort;
+  spec.busy = plan.sampling_cpu >= 0;
+  const BandwidthResult result = MeasureBandwidth(team, spec);
+  measured.repeat.figures[kBytesPerSecond] = result.average * kBytesPerMb;
+  measured.repeat.seconds = spec.intervals * spec.interval;
+  return measured;
+}
+
+Measured MeasureCurve(const CellPlan& plan, double ticks) {
+  const Chain chain(plan);
+  const Regions regions(plan);
+  PointSpec spec{.latency = {.warm_up = kLoadedWarmUp,
+                             .loads = kLoadedLoads,
+                             .samples = kLoadedSamples,
+                             .cpu = plan.latency_cpu},
+                 .load = LoadOf(plan),
+                 .load_cpus = LoadCpus(plan),
+                 .ramp_up = {.window = 0.03, .agreement = 0.01, .most = 2}};
+  Measured measured;
+  measured.repeat.placement = placement_json(chain.Where(plan.memory.node));
+  std::vector<int64_t> delays = plan.delays;
+  if (delays.empty()) {
+    delays = choose_delays(
+        [&](int64_t delay) {
+          LoadSpec load = spec.load;
+          load.delay = static_cast<uint32_t>(delay);
+          return probe_load(load, spec.load_cpus, regions.Get());
+        },
+        plan.points);
+  }
+  const auto lines = static_cast<uint64_t>(plan.chain_bytes / kStride);
+  for (const int64_t delay : delays) {
+    spec.load.delay = static_cast<uint32_t>(delay);
+    spec.load.flush = delay == delays.front();
+    flush_lines(chain.data(), lines, kStride);
+    const long start = monotonic_ns();
+    const LoadedPoint loaded = MeasurePoint(chain.data(), regions.Get(), spec, ticks);
+    MeasuredPoint& point = measured.points.emplace_back();
+    point.delay = delay;
+    point.repeat.seconds = seconds_since(start);
+    set_latency(loaded.samples, loaded.latency, ticks, point.repeat.figures);
+    point.repeat.figures[kBytesPerSecond] = loaded.bandwidth * kBytesPerMb;
+    add_samples(loaded.samples, loaded.latency, ticks, point.samples);
+    measured.repeat.seconds += point.repeat.seconds;
+  }
+  return measured;
+}
+
+Json samples_json(const Samples& samples) {
+  Json json = Json::array();
+  for (const auto& [length, count] : samples) json.push_back({length, count});
+  return json;
+}
+
+Samples samples_from_json(const Json& json) {
+  Samples samples;
+  for (const Json& entry : json) samples[entry.at(0).get<int64_t>()] = entry.at(1).get<int64_t>();
+  return samples;
+}
+
+}  // namespace
+
+Measured measure_cell(const CellPlan& plan, double ticks_per_second) {
+  if (plan.cell.kind == kIdleLatency) return MeasureIdle(plan, ticks_per_second);
+  if (plan.cell.kind == kLatencyBySize) return MeasureStep(plan);
+  if (plan.cell.kind == kBandwidth) return MeasureMix(plan);
+  return MeasureCurve(plan, ticks_per_second);
+}
+
+Json to_json(const Measured& measured) {
+  Json json = {{"repeat", to_json(measured.repeat)},
+               {"samples", samples_json(measured.samples)},
+               {"points", Json::array()}};
+  for (const MeasuredPoint& point : measured.points) {
+    json["points"].push_back({{"delay", point.delay},
+                              {"repeat", to_json(point.repeat)},
+                              {"samples", samples_json(point.samples)}});
+  }
+  return json;
+}
+
+Measured measured_from_json(const Json& json) {
+  Measured measured;
+  measured.repeat = repeat_from_json(json.at("repeat"));
+  measured.samples = samples_from_json(json.at("samples"));
+  for (const Json& point : json.at("points")) {
+    measured.points.push_back({point.at("delay").get<int64_t>(),
+                               repeat_from_json(point.at("repeat")),
+                               samples_from_json(point.at("samples"))});
+  }
+  return measured;
+}
+
+double percentile_ns(const Samples& samples, double fraction) {
+  int64_t total = 0;
+  for (const auto& [length, count] : samples) total += count;
+  const double rank = fraction * static_cast<double>(total);
+  double below = 0;
+  for (const auto& [length, count] : samples) {
+    if (below + static_cast<double>(count) >= rank) return static_cast<double>(length) / 10;
+    below += static_cast<double>(count);
+  }
+  return 0;
+}
+
+}  // namespace velmo
