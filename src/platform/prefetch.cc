@@ -100,6 +100,8 @@ void find_offset(const CpuInfo& cpu) {
   }
 }
 
+PrefetchRegister prefetch_register() { return {offset, off_value(0)}; }
+
 bool disable_prefetch(int cpu) {
   // What a register holds while it is changed is not worth saving.
   if (!rollback_msr()) return false;

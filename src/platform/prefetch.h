@@ -8,6 +8,8 @@
 
 #pragma once
 
+#include <cstdint>
+
 #include "platform/cpu_info.h"
 
 namespace velmo {
@@ -19,6 +21,14 @@ inline const char* MSR_PATH = "/dev/cpu/%d/msr";
 // MSR_MISC_FEATURE_CONTROL (0x1A4) for other Intel models (Intel SDM vol. 4), Prefetch Control
 // (0xC0000108) for AMD (AMD PPR).
 void find_offset(const CpuInfo& cpu);
+
+// The register in use: its address, 0 where none is chosen, and the bits of its value that switch
+// prefetchers off.
+struct PrefetchRegister {
+  uint64_t address;
+  uint64_t off_bits;
+};
+PrefetchRegister prefetch_register();
 
 // Saves the register of `cpu` and switches the prefetchers off. False, after a warning, when the
 // register cannot be read or written, or another run has changed that of the same CPU; nothing is

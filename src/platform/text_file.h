@@ -2,8 +2,11 @@
 
 #pragma once
 
+#include <cstdint>
 #include <istream>
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace velmo {
 
@@ -20,5 +23,13 @@ bool read_line(std::istream& in, std::string& line);
 // First line of the file at `path`, empty when the file holds none. False when the file cannot be
 // opened or read, or its line is longer than kMaxLine.
 bool read_first_line(const std::string& path, std::string& line);
+
+// The file at `path`, up to 16 MiB of it, read at once as the files of the kernel want to be, into
+// `text`. False, with errno set, when it cannot be opened or read. Waits for no writer of a pipe.
+bool read_text(const std::string& path, std::string& text);
+
+// The number behind the word `key` of `text` and a blank, ':' or '=': 12 of "MemFree:   12 kB" and
+// of "avg300=0.00 total=12". None: no such word, or no number behind it.
+std::optional<int64_t> number_after(std::string_view text, std::string_view key);
 
 }  // namespace velmo
