@@ -37,3 +37,30 @@ std::span<const EmbeddedFile> embedded_files() { return kFiles; }
 }  // namespace velmo
 ]])
 target_sources(velmo_core PRIVATE ${CMAKE_CURRENT_BINARY_DIR}/embedded.cc)
+
+# The commit that is built; empty outside a checkout of this repository. The log of HEAD changes with
+# every commit and checkout, and has CMake run again.
+set(VELMO_COMMIT "")
+find_package(Git QUIET)
+if(Git_FOUND)
+  execute_process(
+    COMMAND ${GIT_EXECUTABLE} rev-parse --show-toplevel HEAD --git-path logs/HEAD
+    WORKING_DIRECTORY ${PROJECT_SOURCE_DIR} OUTPUT_VARIABLE lines ERROR_QUIET)
+  string(REGEX MATCHALL "[^\n]+" lines "${lines}")
+  list(LENGTH lines count)
+  if(count EQUAL 3)
+    list(GET lines 0 top)
+    file(REAL_PATH "${top}" top)
+    file(REAL_PATH "${PROJECT_SOURCE_DIR}" source)
+    if(top STREQUAL source)
+      list(GET lines 1 VELMO_COMMIT)
+      list(GET lines 2 log)
+      get_filename_component(log "${log}" ABSOLUTE BASE_DIR "${PROJECT_SOURCE_DIR}")
+      if(EXISTS "${log}")
+        set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${log}")
+      endif()
+    endif()
+  endif()
+endif()
+set_source_files_properties(src/survey/commit.cc
+  PROPERTIES COMPILE_DEFINITIONS VELMO_COMMIT="${VELMO_COMMIT}")
