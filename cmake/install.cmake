@@ -9,3 +9,4 @@ install(FILES packaging/completion.bash
         RENAME velmo)
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
+install(FILES docs/survey.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/velmo)
