@@ -5,13 +5,12 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <fstream>
 #include <iterator>
 #include <map>
-#include <sstream>
 #include <thread>
 
 #include "app/text.h"
+#include "platform/cpu_time.h"
 #include "platform/prefetch.h"
 #include "platform/text_file.h"
 
@@ -79,25 +78,19 @@ Texts huge_pages(const Subjects& /*subjects*/, const SpoilerSources& from) {
       "latency compares only with machines set alike"};
 }
 
-// Value in kB of the line "Node 0 <key>:   123 kB" of `text`; -1 when there is none.
-int64_t kilobytes(const std::string& text, const std::string& key) {
-  const size_t at = text.find(' ' + key + ':');
-  int64_t value = -1;
-  if (at != std::string::npos) std::istringstream(text.substr(at + key.size() + 2)) >> value;
-  return value;
-}
-
 Texts node_in_use(const Subjects& subjects, const SpoilerSources& from) {
   Texts found;
   for (const int node : subjects.nodes) {
-    std::ifstream in(numbered_path(from.node_memory, node));
-    const std::string text{std::istreambuf_iterator<char>(in), {}};
-    const int64_t total = kilobytes(text, "MemTotal");
-    int64_t free = kilobytes(text, "MemFree");
+    std::string text;
+    read_text(numbered_path(from.node_memory, node), text);
+    const auto kilobytes = [&text](const char* key) {
+      return number_after(text, key).value_or(-1);
+    };
+    const int64_t total = kilobytes("MemTotal");
+    int64_t free = kilobytes("MemFree");
     if (total <= 0 || free < 0) continue;
     // The page cache gives way to who asks for memory; shared memory, a part of it, does not.
-    const int64_t cache =
-        kilobytes(text, "FilePages") - std::max<int64_t>(kilobytes(text, "Shmem"), 0);
+    const int64_t cache = kilobytes("FilePages") - std::max<int64_t>(kilobytes("Shmem"), 0);
     free += std::max<int64_t>(cache, 0);
     if (free >= total / 2) continue;
     found.push_back("Memory node " + std::to_string(node) + " is in use, " +
@@ -120,31 +113,11 @@ Texts isolated(const Subjects& subjects, const SpoilerSources& from) {
           ", quiet to measure on, but threads that are not pinned never spread to them"};
 }
 
-struct CpuTime {
-  int64_t busy = 0;
-  int64_t total = 0;
-};
-
-// Ticks since boot by CPU. The columns after "cpu<N>" are user, nice, system, idle, iowait, irq,
-// softirq and steal (proc(5)); guests' time, behind them, is part of user's.
+// Empty where the file cannot be read.
 std::map<int, CpuTime> cpu_times(const std::string& path) {
-  constexpr int kColumns = 8;
-  std::map<int, CpuTime> times;
-  std::ifstream in(path);
-  for (std::string line; read_line(in, line);) {
-    std::istringstream columns(line);
-    std::string name;
-    columns >> name;
-    const auto cpu = name.starts_with("cpu") ? leading_number(name.substr(3)) : std::nullopt;
-    if (!cpu) continue;
-    CpuTime& time = times[static_cast<int>(*cpu)];
-    int64_t ticks = 0;
-    for (int column = 0; column < kColumns && columns >> ticks; ++column) {
-      time.total += ticks;
-      if (column != 3 && column != 4) time.busy += ticks;
-    }
-  }
-  return times;
+  std::string text;
+  read_text(path, text);
+  return parse_cpu_times(text);
 }
 
 Texts busy(const Subjects& subjects, const SpoilerSources& from) {
