@@ -3,6 +3,7 @@
 
 find_package(CLI11 REQUIRED)
 find_package(nlohmann_json REQUIRED)
+find_path(BOOST_INCLUDE_DIR boost/math/distributions/students_t.hpp REQUIRED)
 
 target_link_libraries(velmo_core PUBLIC CLI11::CLI11 nlohmann_json::nlohmann_json)
 target_compile_definitions(velmo_core PUBLIC VELMO_SURVEY)
@@ -64,3 +65,5 @@ if(Git_FOUND)
 endif()
 set_source_files_properties(src/survey/commit.cc
   PROPERTIES COMPILE_DEFINITIONS VELMO_COMMIT="${VELMO_COMMIT}")
+
+target_include_directories(velmo_core SYSTEM PRIVATE ${BOOST_INCLUDE_DIR})

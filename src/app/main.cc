@@ -17,6 +17,8 @@
 
 #ifdef VELMO_SURVEY
 #include "report/report_command.h"
+
+#include "compare/compare_command.h"
 #include "survey/show_command.h"
 #endif
 
@@ -32,6 +34,7 @@ struct Word {
 constexpr Word kWords[] = {
     {"report", velmo::run_report},
     {"show", velmo::run_show},
+    {"compare", velmo::run_compare},
 };
 #endif
 
