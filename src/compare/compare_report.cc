@@ -181,7 +181,9 @@ void write_marks(std::ostream& out, const Comparison& comparison) {
     }
   }
   if (!by_cell.empty()) out << '\n';
-  for (const auto& [cell, marks] : by_cell) write_wrapped(out, "* " + cell + ": " + marks);
+  for (const auto& [cell, marks] : by_cell) {
+    write_wrapped(out, std::string("* ").append(cell).append(": ").append(marks));
+  }
 }
 
 void write_summary(std::ostream& out, const Comparison& comparison) {

@@ -47,7 +47,8 @@ void add_marks(const std::vector<const Cell*>& cells, const Lists& lists, const 
     if (cell->state == kDisturbed || cell->state == kFailed) names.insert(cell->state);
     names.insert(cell->marks.begin(), cell->marks.end());
   }
-  for (const std::string& name : names) marks.push_back(name + " (" + side + ")");
+  const std::string place = " (" + side + ")";
+  for (const std::string& name : names) marks.push_back(name + place);
 }
 
 // The message of a cell that failed, behind the side; empty where none failed.

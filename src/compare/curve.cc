@@ -18,7 +18,7 @@ std::vector<Pass> complete_passes(const Cell& cell) {
   std::sort(points.begin(), points.end(),
             [](const Point* a, const Point* b) { return a->delay > b->delay; });
 
-  std::map<std::pair<int, int>, Pass> passes;  // by round and its how manieth repeat
+  std::map<std::pair<int, int>, Pass> passes;  // by round and its measurements before
   for (const Point* point : points) {
     std::map<int, int> seen;
     for (const Repeat& repeat : point->repeats) {

@@ -44,9 +44,10 @@ void flatten(const Json& json, const std::string& path, std::map<std::string, Va
   if (is_unknown(json)) {
     leaves[path].insert(kNotKnown);
   } else if (json.is_object()) {
+    const std::string prefix = path.empty() ? "" : path + '.';
     for (const auto& [name, value] : json.items()) {
       if (name == "free" || name == "free_bytes") continue;
-      flatten(value, path.empty() ? name : path + '.' + name, leaves);
+      flatten(value, prefix + name, leaves);
     }
   } else if (json.is_array() && !json.empty() && json.front().is_object()) {
     for (size_t i = 0; i < json.size(); ++i) {

@@ -88,7 +88,7 @@ void survey_interleaved(const Interleaved& plan, std::ostream& progress) {
     progress << "Survey " << i + 1 << " of " << all << ", after: " << command << std::endl;
     check(run_shell(command, {"sh"}, STDERR_FILENO), i, "The command \"" + command + '"');
     // The options stand last, so that whatever they are the file has its name.
-    check(run_shell("exec \"$0\" survey -o \"$1\" " + plan.options, {plan.program, file},
+    check(run_shell(R"(exec "$0" survey -o "$1" )" + plan.options, {plan.program, file},
                     STDERR_FILENO),
           i, "velmo survey " + plan.options + ", after \"" + command + "\",");
     if (!std::filesystem::exists(file)) {

@@ -58,6 +58,7 @@ std::vector<double> holm_levels(const std::vector<Hypothesis>& family, double al
   size_t step = 0;
   while (step + 1 < order.size() && weighted_p(order[step]) <= alpha / left[step]) ++step;
   std::vector<double> levels;
+  levels.reserve(family.size());
   for (const Hypothesis& hypothesis : family) {
     levels.push_back(std::min(alpha, alpha * hypothesis.weight / left[step]));
   }
