@@ -16,10 +16,10 @@
 #include "platform/prefetch.h"
 
 #ifdef VELMO_SURVEY
-#include "report/report_command.h"
-
 #include "compare/compare_command.h"
+#include "report/report_command.h"
 #include "survey/show_command.h"
+#include "survey/survey_command.h"
 #endif
 
 namespace {
@@ -33,6 +33,7 @@ struct Word {
 
 constexpr Word kWords[] = {
     {"report", velmo::run_report},
+    {"survey", velmo::run_survey},
     {"show", velmo::run_show},
     {"compare", velmo::run_compare},
 };

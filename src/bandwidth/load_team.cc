@@ -1,5 +1,7 @@
 #include "bandwidth/load_team.h"
 
+#include <unistd.h>
+
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -27,14 +29,22 @@ LoadTeam::~LoadTeam() { Stop(); }
 
 void LoadTeam::Park() {
   threads_.reserve(workers_.size());
+  tids_.resize(workers_.size());
   for (size_t i = 0; i < workers_.size(); ++i) {
     threads_.push_back(start_thread([this, i] {
+      tids_[i] = gettid();
       workers_[i]->Start(gate_);
       check_still_pinned(cpus_[i]);
     }));
     set_thread_affinity(&threads_.back(), cpus_[i]);
   }
   gate_.AwaitArrival(static_cast<int>(threads_.size()));
+}
+
+std::vector<WatchedThread> LoadTeam::threads() const {
+  std::vector<WatchedThread> threads;
+  for (size_t i = 0; i < tids_.size(); ++i) threads.push_back({tids_[i], cpus_[i]});
+  return threads;
 }
 
 double LoadTeam::Sample(size_t i) {

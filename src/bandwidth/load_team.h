@@ -8,6 +8,7 @@
 #include "app/gate.h"
 #include "bandwidth/load_worker.h"
 #include "mem/buffer.h"
+#include "platform/stretch.h"
 
 namespace velmo {
 
@@ -36,6 +37,9 @@ class LoadTeam {
   size_t size() const { return workers_.size(); }
   int cpu(size_t i) const { return cpus_[i]; }
 
+  // The load threads; once they are parked.
+  std::vector<WatchedThread> threads() const;
+
   // Bytes per second that worker `i` moved since its last sample. The first sample of a worker has
   // no time before it and drains the counter only.
   double Sample(size_t i);
@@ -52,6 +56,7 @@ class LoadTeam {
   std::vector<Buffer> seats_;
   std::vector<LoadWorker*> workers_;
   std::vector<std::thread> threads_;
+  std::vector<int> tids_;            // of the threads
   std::vector<double> last_sample_;  // monotonic clock in s
   Gate gate_;
 };

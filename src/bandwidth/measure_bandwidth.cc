@@ -29,6 +29,10 @@ BandwidthResult MeasureBandwidth(LoadTeam& team, const BandwidthSpec& spec,
   result.seconds.reserve(std::min(static_cast<size_t>(spec.intervals), kReserved));
   team.OpenGate();
   for (int i = 1 - spec.warm_up; i <= spec.intervals; ++i) {
+    if (i == 1 && spec.stretch.begin) {
+      spec.stretch.begin(team.threads());
+      for (size_t t = 0; t < team.size(); ++t) team.Sample(t);
+    }
     if (spec.busy) {
       wait_busily(spec.interval);
     } else {
@@ -44,6 +48,7 @@ BandwidthResult MeasureBandwidth(LoadTeam& team, const BandwidthSpec& spec,
     result.seconds.push_back(sum);
     if (observe) observe(i, sum);
   }
+  if (spec.stretch.end) spec.stretch.end();
   team.Stop();
   const double total = std::accumulate(result.seconds.begin(), result.seconds.end(), 0.0);
   result.average = total / static_cast<double>(result.seconds.size());

@@ -19,10 +19,11 @@ struct BandwidthResult {
 };
 
 struct BandwidthSpec {
-  int intervals = 10;     // that are counted, 1 or more
-  int warm_up = 4;        // that are measured and dropped before them, 1 or more
-  double interval = 1.0;  // s
-  bool busy = true;       // keep the sampling CPU busy; false: it has work of its own
+  int intervals = 10;            // that are counted, 1 or more
+  int warm_up = 4;               // that are measured and dropped before them, 1 or more
+  double interval = 1.0;         // s
+  bool busy = true;              // keep the sampling CPU busy; false: it has work of its own
+  StretchObserver stretch = {};  // of the counted intervals
 };
 
 // Told the number of a counted interval, from 1 on, and its sum in MB/s.

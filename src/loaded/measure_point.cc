@@ -1,5 +1,7 @@
 #include "loaded/measure_point.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -40,17 +42,31 @@ LoadedPoint MeasurePoint(const void* chain, const std::vector<LoadRegions>& regi
   LoadTeam team(spec.load, spec.load_cpus, regions);
   team.Park();
   Gate gate;
+  Gate done;
+  int tid = 0;
   std::thread measuring = start_thread([&] {
+    tid = gettid();
     gate.Wait();
     point.samples = MeasureLatency(chain, spec.latency);
+    done.Wait();  // who looks at this thread finds it still there
   });
   set_thread_affinity(&measuring, spec.latency.cpu);
   team.OpenGate();
   AwaitSteadyLoad(team, spec.ramp_up);
 
+  if (spec.stretch.begin) {
+    gate.AwaitArrival(1);
+    std::vector<WatchedThread> threads = team.threads();
+    threads.push_back({tid, spec.latency.cpu});
+    spec.stretch.begin(threads);
+    SampleAll(team);
+  }
   gate.Open();
-  measuring.join();
+  done.AwaitArrival(1);
   const double load = SampleAll(team);
+  if (spec.stretch.end) spec.stretch.end();
+  done.Open();
+  measuring.join();
   team.Stop();
   point.bandwidth = (load + kBytesPerLoad * 1e9 / point.samples.average) * 1e-6;
   point.latency = Summarize(point.samples, ticks_per_second);

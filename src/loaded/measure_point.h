@@ -22,6 +22,7 @@ struct PointSpec {
   LoadSpec load = {};
   std::vector<int> load_cpus = {};
   RampUp ramp_up = {};
+  StretchObserver stretch = {};  // in which latency is measured
 };
 
 struct LoadedPoint {

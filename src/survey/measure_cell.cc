@@ -1,5 +1,7 @@
 #include "survey/measure_cell.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -13,6 +15,7 @@
 #include "platform/placement.h"
 #include "survey/loaded_delays.h"
 #include "survey/record_json.h"
+#include "survey/watch_json.h"
 
 namespace velmo {
 namespace {
@@ -73,6 +76,38 @@ class Chain {
   int64_t bytes_;
 };
 
+// Watches one stretch after the other.
+class Watcher {
+ public:
+  explicit Watcher(const CellPlan& plan) {
+    if (plan.sampling_cpu >= 0) helpers_.push_back(plan.sampling_cpu);
+    if (plan.memory.node >= 0) nodes_.push_back(plan.memory.node);
+    for (const LoadSeat& seat : plan.load) {
+      const int node = seat.memory.node;
+      if (node >= 0 && std::ranges::find(nodes_, node) == nodes_.end()) nodes_.push_back(node);
+    }
+  }
+
+  void Begin(const std::vector<WatchedThread>& threads) {
+    watch_.Start({.threads = threads, .helper_cpus = helpers_, .nodes = nodes_});
+  }
+  void End() { record_ = watch_.Stop(); }
+  StretchObserver Observer() {
+    return {[this](const auto& threads) { Begin(threads); }, [this] { End(); }};
+  }
+
+  // What was watched last, into `repeat`; its clock is held against that of the first repeat.
+  void Put(Repeat& repeat, const std::optional<ClockReference>& first) const {
+    put_watch(repeat, record_, first);
+  }
+
+ private:
+  Watch watch_;
+  std::vector<int> helpers_;
+  std::vector<int> nodes_;
+  WatchRecord record_;
+};
+
 void add_samples(const LatencySamples& from, const LatencyResult& result, double ticks,
                  Samples& to) {
   for (size_t c = 0; c < from.histogram.size(); ++c) {
@@ -99,11 +134,15 @@ Measured MeasureIdle(const CellPlan& plan, double ticks) {
       .warm_up = kWarmUp, .loads = kLoads, .samples = kSamples, .cpu = plan.latency_cpu};
   Measured measured;
   LatencySamples samples;
+  Watcher watcher(plan);
   run_pinned({plan.latency_cpu}, [&](size_t) {
+    watcher.Begin({{gettid(), plan.latency_cpu}});
     const long start = monotonic_ns();
     samples = MeasureLatency(chain.data(), spec);
     measured.repeat.seconds = seconds_since(start);
+    watcher.End();
   });
+  watcher.Put(measured.repeat, plan.first_clock);
   const LatencyResult result = Summarize(samples, ticks);
   set_latency(samples, result, ticks, measured.repeat.figures);
   add_samples(samples, result, ticks, measured.samples);
@@ -118,11 +157,15 @@ Measured MeasureStep(const CellPlan& plan) {
   const LatencySpec spec{
       .warm_up = chain.elements(), .loads = laps * chain.elements(), .cpu = plan.latency_cpu};
   Measured measured;
+  Watcher watcher(plan);
   run_pinned({plan.latency_cpu}, [&](size_t) {
+    watcher.Begin({{gettid(), plan.latency_cpu}});
     const long start = monotonic_ns();
     measured.repeat.figures[kAverageNs] = MeasureLatency(chain.data(), spec).average;
     measured.repeat.seconds = seconds_since(start);
+    watcher.End();
   });
+  watcher.Put(measured.repeat, plan.first_clock);
   measured.repeat.placement = placement_json(chain.Where(plan.memory.node));
   return measured;
 }
@@ -188,12 +231,14 @@ Measured MeasureMix(const CellPlan& plan) {
   if (plan.sampling_cpu >= 0) set_cpu_affinity(plan.sampling_cpu);
   LoadTeam team(LoadOf(plan), LoadCpus(plan), regions.Get());
   team.Park();
-  constexpr BandwidthSpec kShort{.intervals = 5, .warm_up = 2, .interval = 0.05};
-  BandwidthSpec spec = kShort;
+  BandwidthSpec spec{.intervals = 5, .warm_up = 2, .interval = 0.05};
   spec.busy = plan.sampling_cpu >= 0;
+  Watcher watcher(plan);
+  spec.stretch = watcher.Observer();
   const BandwidthResult result = MeasureBandwidth(team, spec);
   measured.repeat.figures[kBytesPerSecond] = result.average * kBytesPerMb;
   measured.repeat.seconds = spec.intervals * spec.interval;
+  watcher.Put(measured.repeat, plan.first_clock);
   return measured;
 }
 
@@ -208,6 +253,8 @@ Measured MeasureCurve(const CellPlan& plan, double ticks) {
                  .load_cpus = LoadCpus(plan),
                  .ramp_up = {.window = 0.03, .agreement = 0.01, .most = 2}};
   Measured measured;
+  Watcher watcher(plan);
+  spec.stretch = watcher.Observer();
   measured.repeat.placement = placement_json(chain.Where(plan.memory.node));
   std::vector<int64_t> delays = plan.delays;
   if (delays.empty()) {
@@ -232,6 +279,7 @@ Measured MeasureCurve(const CellPlan& plan, double ticks) {
     set_latency(loaded.samples, loaded.latency, ticks, point.repeat.figures);
     point.repeat.figures[kBytesPerSecond] = loaded.bandwidth * kBytesPerMb;
     add_samples(loaded.samples, loaded.latency, ticks, point.samples);
+    watcher.Put(point.repeat, plan.first_clock);
     measured.repeat.seconds += point.repeat.seconds;
   }
   return measured;

@@ -10,6 +10,7 @@
 #include "mem/buffer.h"
 #include "platform/caches.h"
 #include "platform/numa_info.h"
+#include "platform/watch_rules.h"
 #include "survey/options.h"
 #include "survey/record.h"
 
@@ -37,6 +38,7 @@ struct CellPlan {
   int most_repeats = 7;
   double precision = 0.01;  // share of the median that its interval may be wide, to each side
   double seconds = 0;       // that a repeat takes, roughly
+  std::optional<ClockReference> first_clock;  // of the first repeat; none: this is it
 };
 
 struct Topology {
