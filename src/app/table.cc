@@ -50,6 +50,23 @@ void write_table(std::ostream& out, const std::vector<std::vector<std::string>>&
   }
 }
 
+void write_wrapped(std::ostream& out, const std::string& text) {
+  constexpr size_t kIndent = 4;
+  size_t room = kTableWidth;
+  for (size_t at = 0; at < text.size();) {
+    size_t end = text.size();
+    if (end - at > room) {
+      end = text.rfind(' ', at + room);
+      if (end == std::string::npos || end <= at)
+        end = std::min(text.find(' ', at + 1), text.size());
+    }
+    if (at > 0) out << std::string(kIndent, ' ');
+    out << text.substr(at, end - at) << '\n';
+    at = std::min(end + 1, text.size());
+    room = kTableWidth - kIndent;
+  }
+}
+
 std::string fixed_text(double value, int decimals) {
   char text[400];  // the largest double has 309 digits before the point
   std::snprintf(text, sizeof text, "%.*f", decimals, value);

@@ -16,6 +16,10 @@ inline constexpr size_t kTableWidth = 80;
 // characters, not bytes.
 void write_table(std::ostream& out, const std::vector<std::vector<std::string>>& rows);
 
+// Writes `text` in lines of kTableWidth at most, broken at blanks; those behind the first are
+// indented by four.
+void write_wrapped(std::ostream& out, const std::string& text);
+
 // `value` with `decimals` digits behind the point.
 std::string fixed_text(double value, int decimals);
 

@@ -7,7 +7,7 @@
 #include <tuple>
 #include <utility>
 
-#include "compare/curve.h"
+#include "survey/curve.h"
 #include "survey/repeats.h"
 
 namespace velmo {

@@ -17,8 +17,18 @@ double CalibrateDelay(const LatencySpec& spec) {
 }  // namespace
 
 LatencySamples MeasureLatency(const void* chain, const LatencySpec& spec) {
-  LatencySamples result;
-  if (spec.samples > 0) result.histogram.resize(kMaxCycles + 1);
+  LatencySamples result = PrepareSamples(spec);
+  MeasureLatency(chain, spec, result);
+  return result;
+}
+
+LatencySamples PrepareSamples(const LatencySpec& spec) {
+  LatencySamples samples;
+  if (spec.samples > 0) samples.histogram.resize(kMaxCycles + 1);
+  return samples;
+}
+
+void MeasureLatency(const void* chain, const LatencySpec& spec, LatencySamples& result) {
   const bool delayed = spec.delay_ns > 0;
 
   const void* p = Chase(chain, spec.warm_up);
@@ -38,7 +48,6 @@ LatencySamples MeasureLatency(const void* chain, const LatencySpec& spec) {
   ReadChunk(p, spec.chunk);
   result.sampled_ns = monotonic_ns() - start;
   if (spec.cpu >= 0) check_still_pinned(spec.cpu);
-  return result;
 }
 
 double MeasureAverage(const void* chain, uint64_t loads) {

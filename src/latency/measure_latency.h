@@ -35,6 +35,10 @@ struct LatencySamples {
 // (lay_chain). exit(1) when the thread was moved from its CPU meanwhile.
 LatencySamples MeasureLatency(const void* chain, const LatencySpec& spec);
 
+// The same in two steps: room for the samples, which faults in what it takes, and the measurement.
+LatencySamples PrepareSamples(const LatencySpec& spec);
+void MeasureLatency(const void* chain, const LatencySpec& spec, LatencySamples& result);
+
 // Average time of a load in ns over `loads` steps of the chain, on the calling thread.
 double MeasureAverage(const void* chain, uint64_t loads);
 

@@ -46,8 +46,9 @@ LoadedPoint MeasurePoint(const void* chain, const std::vector<LoadRegions>& regi
   int tid = 0;
   std::thread measuring = start_thread([&] {
     tid = gettid();
+    point.samples = PrepareSamples(spec.latency);
     gate.Wait();
-    point.samples = MeasureLatency(chain, spec.latency);
+    MeasureLatency(chain, spec.latency, point.samples);
     done.Wait();  // who looks at this thread finds it still there
   });
   set_thread_affinity(&measuring, spec.latency.cpu);

@@ -30,7 +30,7 @@ class EndSignalsNoted {
 
 // What became of a repeat: measured, or why not.
 struct ChildResult {
-  std::optional<Measured> measured;
+  std::optional<MeasuredRepeat> measured;
   std::string message;
   bool prefetchers_off = false;
 };

@@ -128,17 +128,17 @@ void set_latency(const LatencySamples& samples, const LatencyResult& result, dou
   }
 }
 
-Measured MeasureIdle(const CellPlan& plan, double ticks) {
+MeasuredRepeat MeasureIdle(const CellPlan& plan, double ticks) {
   const Chain chain(plan);
   const LatencySpec spec{
       .warm_up = kWarmUp, .loads = kLoads, .samples = kSamples, .cpu = plan.latency_cpu};
-  Measured measured;
-  LatencySamples samples;
+  MeasuredRepeat measured;
+  LatencySamples samples = PrepareSamples(spec);
   Watcher watcher(plan);
   run_pinned({plan.latency_cpu}, [&](size_t) {
     watcher.Begin({{gettid(), plan.latency_cpu}});
     const long start = monotonic_ns();
-    samples = MeasureLatency(chain.data(), spec);
+    MeasureLatency(chain.data(), spec, samples);
     measured.repeat.seconds = seconds_since(start);
     watcher.End();
   });
@@ -150,13 +150,13 @@ Measured MeasureIdle(const CellPlan& plan, double ticks) {
   return measured;
 }
 
-Measured MeasureStep(const CellPlan& plan) {
+MeasuredRepeat MeasureStep(const CellPlan& plan) {
   const Chain chain(plan);
   // One lap brings into the caches what they hold; every load counts as often as any other.
   const uint64_t laps = (kStepLoads + chain.elements() - 1) / chain.elements();
   const LatencySpec spec{
       .warm_up = chain.elements(), .loads = laps * chain.elements(), .cpu = plan.latency_cpu};
-  Measured measured;
+  MeasuredRepeat measured;
   Watcher watcher(plan);
   run_pinned({plan.latency_cpu}, [&](size_t) {
     watcher.Begin({{gettid(), plan.latency_cpu}});
@@ -224,9 +224,9 @@ std::vector<int> LoadCpus(const CellPlan& plan) {
   return cpus;
 }
 
-Measured MeasureMix(const CellPlan& plan) {
+MeasuredRepeat MeasureMix(const CellPlan& plan) {
   const Regions regions(plan);
-  Measured measured;
+  MeasuredRepeat measured;
   measured.repeat.placement = placement_json(regions.Where());
   if (plan.sampling_cpu >= 0) set_cpu_affinity(plan.sampling_cpu);
   LoadTeam team(LoadOf(plan), LoadCpus(plan), regions.Get());
@@ -242,7 +242,7 @@ Measured MeasureMix(const CellPlan& plan) {
   return measured;
 }
 
-Measured MeasureCurve(const CellPlan& plan, double ticks) {
+MeasuredRepeat MeasureCurve(const CellPlan& plan, double ticks) {
   const Chain chain(plan);
   const Regions regions(plan);
   PointSpec spec{.latency = {.warm_up = kLoadedWarmUp,
@@ -252,7 +252,7 @@ Measured MeasureCurve(const CellPlan& plan, double ticks) {
                  .load = LoadOf(plan),
                  .load_cpus = LoadCpus(plan),
                  .ramp_up = {.window = 0.03, .agreement = 0.01, .most = 2}};
-  Measured measured;
+  MeasuredRepeat measured;
   Watcher watcher(plan);
   spec.stretch = watcher.Observer();
   measured.repeat.placement = placement_json(chain.Where(plan.memory.node));
@@ -299,14 +299,14 @@ Samples samples_from_json(const Json& json) {
 
 }  // namespace
 
-Measured measure_cell(const CellPlan& plan, double ticks_per_second) {
+MeasuredRepeat measure_cell(const CellPlan& plan, double ticks_per_second) {
   if (plan.cell.kind == kIdleLatency) return MeasureIdle(plan, ticks_per_second);
   if (plan.cell.kind == kLatencyBySize) return MeasureStep(plan);
   if (plan.cell.kind == kBandwidth) return MeasureMix(plan);
   return MeasureCurve(plan, ticks_per_second);
 }
 
-Json to_json(const Measured& measured) {
+Json to_json(const MeasuredRepeat& measured) {
   Json json = {{"repeat", to_json(measured.repeat)},
                {"samples", samples_json(measured.samples)},
                {"points", Json::array()}};
@@ -318,8 +318,8 @@ Json to_json(const Measured& measured) {
   return json;
 }
 
-Measured measured_from_json(const Json& json) {
-  Measured measured;
+MeasuredRepeat measured_from_json(const Json& json) {
+  MeasuredRepeat measured;
   measured.repeat = repeat_from_json(json.at("repeat"));
   measured.samples = samples_from_json(json.at("samples"));
   for (const Json& point : json.at("points")) {

@@ -19,7 +19,7 @@ struct MeasuredPoint {
 };
 
 // What a repeat gives: of loaded latency points, of the others one repeat.
-struct Measured {
+struct MeasuredRepeat {
   Repeat repeat;
   Samples samples;  // of idle latency
   std::vector<MeasuredPoint> points;
@@ -27,10 +27,10 @@ struct Measured {
 
 // Measures a cell on fresh buffers, with threads of its own. A failure ends the process (exit(1)).
 // `ticks_per_second` is the rate of the time-stamp counter.
-Measured measure_cell(const CellPlan& plan, double ticks_per_second);
+MeasuredRepeat measure_cell(const CellPlan& plan, double ticks_per_second);
 
-Json to_json(const Measured& measured);
-Measured measured_from_json(const Json& json);
+Json to_json(const MeasuredRepeat& measured);
+MeasuredRepeat measured_from_json(const Json& json);
 
 // Figure of `samples`: the latency in ns that the share `fraction` of them lies below.
 double percentile_ns(const Samples& samples, double fraction);

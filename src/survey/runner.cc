@@ -98,7 +98,7 @@ void Runner::Add(Running& cell, int round, ChildResult result) {
     to.repeats.push_back(std::move(failed));
     return;
   }
-  Measured& measured = *result.measured;
+  MeasuredRepeat& measured = *result.measured;
   if (cell.plan.latency_cpu >= 0) {
     to.parameters["prefetchers"] = result.prefetchers_off ? "off" : "on";
   }
@@ -121,7 +121,7 @@ void Runner::Add(Running& cell, int round, ChildResult result) {
   }
 }
 
-void Runner::AddPoints(Running& cell, int round, const Measured& measured) {
+void Runner::AddPoints(Running& cell, int round, const MeasuredRepeat& measured) {
   Cell& to = cell.plan.cell;
   if (to.points.empty()) {
     to.points.resize(measured.points.size());

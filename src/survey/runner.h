@@ -54,15 +54,15 @@ class Runner {
     CellPlan plan;
     Samples samples = {};                     // of all repeats
     std::vector<Samples> point_samples = {};  // of all repeats of each point
-    int failures = 0;                    // repeats that failed
-    int extra = 0;                       // repeats in place of disturbed ones
-    double seconds = 0;                  // of a repeat, the longest so far
+    int failures = 0;                         // repeats that failed
+    int extra = 0;                            // repeats in place of disturbed ones
+    double seconds = 0;                       // of a repeat, the longest so far
     bool done() const { return !plan.cell.stopped_by.empty(); }
   };
 
   void MeasureOnce(Running& cell, int round);
   void Add(Running& cell, int round, ChildResult result);
-  static void AddPoints(Running& cell, int round, const Measured& measured);
+  static void AddPoints(Running& cell, int round, const MeasuredRepeat& measured);
   void Decide(Running& cell);
   bool AllowsExtra(const Running& cell) const;
   void StopAll(const char* why);

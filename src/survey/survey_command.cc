@@ -46,20 +46,6 @@ std::string plain(std::string name) {
   return name;
 }
 
-std::string cell_text(const Cell& cell) {
-  std::string text = cell.kind == kIdleLatency     ? "idle latency"
-                     : cell.kind == kLatencyBySize ? "latency by size"
-                     : cell.kind == kLoadedLatency ? "loaded latency"
-                                                   : "bandwidth";
-  if (cell.from.cpu_node) text += ", node " + std::to_string(*cell.from.cpu_node);
-  text += " to " + memory_text(cell.memory);
-  for (const char* name : {"mix", "scope"}) {
-    const std::string value = parameter_text(cell, name);
-    if (!value.empty() && value != "node") text += ", " + value;
-  }
-  return text;
-}
-
 // One line on a terminal that is drawn anew before every repeat, and erased at the end. Where
 // standard error is no terminal, nothing is shown.
 class ProgressOnTerminal {
@@ -74,7 +60,7 @@ class ProgressOnTerminal {
   void Show(const RunnerProgress& at) const {
     if (!shown_) return;
     std::string text = "Round " + std::to_string(at.round) + ", cell " + std::to_string(at.number) +
-                       " of " + std::to_string(at.cells) + " (" + cell_text(at.plan.cell) +
+                       " of " + std::to_string(at.cells) + " (" + cell_name(at.plan.cell) +
                        "), about " + duration_text(at.seconds_left) + " left";
     winsize size{};
     const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;

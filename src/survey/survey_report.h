@@ -3,6 +3,7 @@
 #pragma once
 
 #include <ostream>
+#include <string>
 
 #include "survey/record.h"
 
@@ -10,5 +11,8 @@ namespace velmo {
 
 // Readable at 80 columns and without colour.
 void write_survey(std::ostream& out, const Survey& survey);
+
+// "Bandwidth, node 0 to node 1, 2:1".
+std::string cell_name(const Cell& cell);
 
 }  // namespace velmo

@@ -5,7 +5,7 @@
 #include <sstream>
 
 #include "compare/compare_report.h"
-#include "compare/curve.h"
+#include "survey/curve.h"
 #include "compare/sample.h"
 #include "survey/repeats.h"
 

@@ -1,4 +1,4 @@
-#include "compare/curve.h"
+#include "survey/curve.h"
 
 #include <algorithm>
 #include <map>
