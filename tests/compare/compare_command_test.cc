@@ -87,33 +87,24 @@ TEST(Interleaved, SurveysInTurnAndKeepsWhatItHas) {
   EXPECT_TRUE(std::filesystem::exists(plan.folder(0) + "/4.json"));
   EXPECT_NE(progress.str().find("Survey 2 of 4, after: " + plan.commands[1]), std::string::npos);
 
-  const auto failure = [&](const std::string& directory) -> std::string {
-    plan.directory = directory;
+  const struct {
+    std::string old_command, new_command, program, message;
+  } failures[] = {
+      {"true", "exit 5", "/bin/true", "velmo survey --only 'idle latency' left no file "},
+      {"exit 5", "", "", "The command \"exit 5\" ended with status 5. 0 of 4 surveys were taken"},
+      {"true", "", "/bin/false", "after \"true\", ended with status 1. 0 of 4 surveys were taken"},
+      {"true", "kill -9 $$", plan.program, "ended with status 137. 1 of 4 surveys were taken"}};
+  for (const auto& [old_command, new_command, program, message] : failures) {
+    plan = {program, plan.options, {old_command, new_command}, 1, plan.directory + '+'};
     try {
       survey_interleaved(plan, progress);
+      ADD_FAILURE() << message;
     } catch (const std::runtime_error& thrown) {
-      return thrown.what();
+      EXPECT_NE(std::string(thrown.what()).find(message), std::string::npos) << thrown.what();
+      EXPECT_NE(std::string(thrown.what()).find(plan.directory), std::string::npos);
     }
-    return "";
-  };
-  EXPECT_EQ(failure(plan.directory),
-            "Failed to make the directory " + plan.directory + ": it exists");
-  plan.commands[1] = "exit 5";
-  EXPECT_EQ(failure(dir.path() + "/second"),
-            "The command \"exit 5\" ended with status 5. 1 of 4 surveys were taken before, and are "
-            "kept in " +
-                dir.path() + "/second");
-  plan.commands[0] = "true";
-  plan.options = "; kill -9 $$";
-  plan.program = "/bin/false";
-  EXPECT_EQ(failure(dir.path() + "/third"),
-            "velmo survey ; kill -9 $$, after \"true\", ended with status 1. 0 of 4 surveys were "
-            "taken before, and are kept in " +
-                dir.path() + "/third");
-  plan.program = "/bin/true";
-  plan.options = "";
-  EXPECT_EQ(failure(dir.path() + "/fourth"),
-            "velmo survey  left no file " + dir.path() + "/fourth/old/1.json");
+  }
+  EXPECT_THROW(survey_interleaved(plan, progress), std::runtime_error);  // the directory exists
 }
 
 }  // namespace velmo_test
