@@ -50,7 +50,7 @@ void check_output() {
   if (!std::cout) Fatal() << "Failed to write to standard output\n";
 }
 
-Fatal::Fatal() {
+Fatal::Fatal() : out_(std::cerr) {
   static std::recursive_mutex first_failure;  // never released
   first_failure.lock();
   Error();

@@ -10,6 +10,8 @@
 #include <atomic>
 #include <iostream>
 
+#include "app/failure.h"
+
 namespace velmo {
 
 // ANSI escapes: bold, colour, label, reset. Written also when the stream is not a terminal.
@@ -32,8 +34,6 @@ void init_console();
 std::ostream& Info();
 // Standard output behind the debug prefix.
 std::ostream& Debug();
-// Standard error behind the warning prefix. A warning never ends the program.
-std::ostream& Warn();
 // Standard error behind the error prefix, for who ends the program himself; see Fatal.
 std::ostream& Error();
 
@@ -50,22 +50,5 @@ void erase_line_from_handler();
 
 // exit(1) with a message when something that was written to standard output is lost.
 void check_output();
-
-// An error that ends the run: `Fatal() << what << '\n';` writes the error prefix and the message to
-// standard error and, at the end of the statement, calls exit(1). Of several threads that fail, the
-// first one ends the program and the others wait for it.
-class Fatal {
- public:
-  Fatal();
-  Fatal(const Fatal&) = delete;
-  Fatal& operator=(const Fatal&) = delete;
-  [[noreturn]] ~Fatal();
-
-  template <typename T>
-  Fatal& operator<<(const T& value) {
-    std::cerr << value;
-    return *this;
-  }
-};
 
 }  // namespace velmo

@@ -18,8 +18,6 @@
 
 namespace velmo {
 
-inline constexpr char kVersion[] = VELMO_VERSION;  // from the build
-
 // Kinds of memory under test, values of Configurator::mem_mode.
 inline constexpr int32_t kMemNuma = 1;      // anonymous memory, on a NUMA node or unbound
 inline constexpr int32_t kMemDevdax = 2;    // device-DAX character device

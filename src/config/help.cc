@@ -2,6 +2,7 @@
 
 #include <iostream>
 
+#include "app/version.h"
 #include "config/configurator.h"
 
 namespace velmo {

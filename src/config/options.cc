@@ -13,6 +13,7 @@
 
 #include "app/console.h"
 #include "app/text.h"
+#include "app/version.h"
 #include "config/configurator.h"
 
 namespace velmo {

@@ -11,7 +11,7 @@
 #include <cerrno>
 #include <vector>
 
-#include "app/console.h"
+#include "app/failure.h"
 #include "mem/target.h"
 
 namespace velmo {

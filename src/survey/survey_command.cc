@@ -13,7 +13,7 @@
 #include "app/new_file.h"
 #include "app/text.h"
 #include "app/threads.h"
-#include "config/configurator.h"
+#include "app/version.h"
 #include "platform/prefetch.h"
 #include "survey/commit.h"
 #include "survey/machine.h"
