@@ -13,6 +13,8 @@ struct Mix {
   int32_t read;
   int32_t write;
   int32_t stream;
+
+  bool operator==(const Mix&) const = default;
 };
 
 // A pass is a fixed number of blocks (of a kernel) or units (of the generic loop), after which the

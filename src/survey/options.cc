@@ -1,5 +1,6 @@
 #include "survey/options.h"
 
+#include <algorithm>
 #include <charconv>
 #include <map>
 #include <random>
@@ -180,7 +181,11 @@ SurveyOptions parse_survey_options(int argc, char** argv) {
     Fatal() << "Unknown pages: " << pages << ". There are 4k, thp, 2m and 1g\n";
   }
   options.pages = page_name->second;
-  for (const std::string& mix : split(mixes)) options.mixes.push_back(parse_mix(mix));
+  for (const std::string& text : split(mixes)) {
+    const Mix mix = parse_mix(text);
+    if (std::ranges::find(options.mixes, mix) == options.mixes.end()) options.mixes.push_back(mix);
+  }
+  if (app.count("--mixes") > 0 && options.mixes.empty()) Fatal() << "--mixes names no mix\n";
   if (app.count("--precision") > 0) options.precision = precision / 100;
   if (app.count("--time-limit") > 0) options.time_limit = parse_duration(limit);
   options.seed = seed ? *seed : std::random_device()() & 0x7fffffff;

@@ -11,6 +11,7 @@
 #include "app/console.h"
 #include "app/text.h"
 #include "platform/text_file.h"
+#include "survey/usable_memory.h"
 
 namespace velmo {
 namespace {
@@ -24,8 +25,9 @@ constexpr int64_t kCachesCovered = 4;
 constexpr int64_t kUnknownCache = 64 * kMiB;
 constexpr int64_t kLeastChain = 256 * kMiB;
 constexpr int64_t kLeastRegion = 16 * kMiB;
-// Share of what is free that a buffer may take.
-constexpr double kUsableShare = 0.8;
+// Set-up of a byte on one CPU, in s, and the number of CPUs beyond which it gets no faster.
+constexpr double kSetUpSeconds = 0.5e-9;
+constexpr size_t kSetUpCpus = 8;
 // The staircase of the caches.
 constexpr int64_t kSmallest = 16 * 1024;
 constexpr int64_t kLargest = 1024 * kMiB;
@@ -58,11 +60,6 @@ DepthPlan depth_plan(const SurveyOptions& options) {
   return plan;
 }
 
-int64_t page_bytes(PageSize pages) {
-  if (pages == PageSize::k1G) return 1024 * kMiB;
-  return pages == PageSize::k4K ? 4096 : kGrain;
-}
-
 int64_t round_up(int64_t value, int64_t unit) { return (value + unit - 1) / unit * unit; }
 
 std::vector<int> cpu_numbers(const std::vector<NumaInfo::cpu_ctx>& cpus) {
@@ -72,6 +69,10 @@ std::vector<int> cpu_numbers(const std::vector<NumaInfo::cpu_ctx>& cpus) {
   return numbers;
 }
 
+bool contains(const auto& list, const auto& value) {
+  return std::ranges::find(list, value) != list.end();
+}
+
 class Planner {
  public:
   Planner(const SurveyOptions& options, const Topology& machine)
@@ -79,6 +80,10 @@ class Planner {
     cpu_nodes_ = Chosen("--cpu-nodes", options.cpu_nodes, NodesWithCpus(), "has CPUs to be used");
     memory_nodes_ = Chosen("--memory-nodes", options.memory_nodes, machine.memory_nodes,
                            "has memory to be used");
+    whole_machine_ = std::ranges::all_of(NodesWithCpus(), [&](int node) {
+      const bool has_memory = contains(machine.memory_nodes, node);
+      return !has_memory || (contains(cpu_nodes_, node) && contains(memory_nodes_, node));
+    });
   }
 
   std::vector<CellPlan> Plan() {
@@ -106,20 +111,24 @@ class Planner {
                                  const std::vector<int>& there, const char* what) {
     if (!asked) return there;
     for (const int node : *asked) {
-      if (std::ranges::find(there, node) != there.end()) continue;
+      if (contains(there, node)) continue;
       Fatal() << option << ": no node " << node << ' ' << what
               << ". There is: " << vector_to_str_range(there, 0) << '\n';
     }
-    return *asked;
+    std::vector<int> nodes = *asked;
+    std::ranges::sort(nodes);
+    nodes.erase(std::ranges::unique(nodes).begin(), nodes.end());
+    return nodes;
   }
 
-  // The CPU node next to `memory`, of all that have CPUs: the kernel's distances tell.
-  int NearestTo(int memory) const {
-    const std::vector<int> nodes = NodesWithCpus();
-    return *std::min_element(nodes.begin(), nodes.end(), [&](int a, int b) {
-      return machine_.distances[memory][a] < machine_.distances[memory][b];
-    });
+  // The node of `nodes` (not empty) next to `node`: the kernel's distances tell.
+  int Nearest(int node, const std::vector<int>& nodes) const {
+    return *std::ranges::min_element(nodes, {},
+                                     [&](int other) { return machine_.distances[node][other]; });
   }
+
+  // The CPU node next to `memory`, of those that are measured.
+  int NearestTo(int memory) const { return Nearest(memory, cpu_nodes_); }
 
   int64_t LastLevel(const std::vector<int>& cpus) const {
     const int64_t bytes = machine_.caches.LastLevelBytes(cpus);
@@ -150,18 +159,21 @@ class Planner {
     return plan;
   }
 
-  // Bytes of `memory` that may be used; none where nobody tells.
-  static std::optional<int64_t> Usable(const MemoryTarget& memory) {
-    int64_t free = free_bytes(memory);
-    if (memory.kind == MemoryKind::kDevdax) return devdax_size(memory.path);
-    if (free < 0) return std::nullopt;
-    return static_cast<int64_t>(static_cast<double>(free) * kUsableShare);
-  }
-
   static void Fail(CellPlan& plan, const std::string& why) {
     plan.cell.state = kFailed;
     plan.cell.stopped_by = kFailed;
     plan.cell.message = why;
+  }
+
+  static std::string Misfit(int64_t bytes, int64_t usable) {
+    return std::to_string(bytes / kMiB) + " MiB do not fit: " + std::to_string(usable / kMiB) +
+           " MiB may be used";
+  }
+
+  // Seconds in which the CPUs of `node` lay a chain of so many bytes, side by side.
+  double SetUpSeconds(int node, int64_t bytes) const {
+    const auto cpus = static_cast<double>(std::min(CpusOf(node).size(), kSetUpCpus));
+    return static_cast<double>(bytes) * kSetUpSeconds / cpus;
   }
 
   // Gives the cell its chain, as large as the caches of its CPU call for.
@@ -169,11 +181,12 @@ class Planner {
     const int64_t cache = LastLevel({plan.latency_cpu});
     const int64_t wanted = std::max(kLeastChain, kCachesCovered * cache / kLineBytes * kStride);
     plan.chain_bytes = options_.size.value_or(round_up(wanted, kGrain));
-    const std::optional<int64_t> usable = Usable(plan.memory);
-    if (usable && *usable < plan.chain_bytes) {
+    plan.setup_cpus = cpu_numbers(CpusOf(*plan.cell.from.cpu_node));
+    const std::optional<int64_t> usable = usable_bytes(plan.memory, plan.pages);
+    const int64_t mapped = round_up(plan.chain_bytes, page_bytes(plan.pages));
+    if (usable && *usable < mapped) {
       if (options_.size || *usable < kLeastChain / 4) {
-        Fail(plan, "A buffer of " + std::to_string(plan.chain_bytes / kMiB) +
-                       " MiB does not fit: " + std::to_string(*usable / kMiB) + " MiB may be used");
+        Fail(plan, "Buffers of " + Misfit(mapped, *usable));
         return;
       }
       plan.chain_bytes = *usable / kGrain * kGrain;
@@ -204,19 +217,23 @@ class Planner {
     const int64_t total = options_.size.value_or(std::max(covered, kLeastRegion * regions));
     const int64_t pass = std::max(load.read_step, load.write_step);
     plan.region_bytes = round_up(std::max(total / regions, pass), page_bytes(plan.pages));
-    const std::optional<int64_t> usable = Usable(plan.memory);
-    const int64_t needed = plan.region_bytes * regions + reserved;
-    if (usable && *usable < needed) {
-      Fail(plan, "The buffers of " + std::to_string(needed / kMiB) +
-                     " MiB do not fit: " + std::to_string(*usable / kMiB) + " MiB may be used");
-      return;
-    }
-    if (plan.region_bytes * regions < covered) plan.cell.marks.emplace_back("small_buffer");
     plan.cell.parameters["mix"] = mix_text(plan.mix);
     plan.cell.parameters["threads"] = plan.load.size();
     plan.cell.parameters["region_bytes"] = plan.region_bytes;
     plan.cell.parameters["load_cpus"] = vector_to_str_range(cpus, 0);
     if (plan.cell.from.cpus.empty()) plan.cell.from.cpus = vector_to_str_range(cpus, 0);
+    // A pool of huge pages sets aside what is mapped, also the region that is not touched.
+    const int64_t held = is_pool(plan.pages) ? 2 : touched;
+    std::map<int, int64_t> needed = {{plan.load.front().memory.node, reserved}};
+    for (const LoadSeat& seat : plan.load) needed[seat.memory.node] += held * plan.region_bytes;
+    for (const auto& [node, bytes] : needed) {
+      const std::optional<int64_t> usable = usable_bytes({.node = node}, plan.pages);
+      if (usable && *usable < bytes) {
+        Fail(plan, "Buffers of " + Misfit(bytes, *usable) + " on node " + std::to_string(node));
+        return;
+      }
+    }
+    if (plan.region_bytes * regions < covered) plan.cell.marks.emplace_back("small_buffer");
   }
 
   void AddIdle(int from, const MemoryTarget& memory, const char* scope, PageSize pages) {
@@ -224,7 +241,7 @@ class Planner {
     plan.pages = pages;
     plan.latency_cpu = measuring_cpu(CpusOf(from)).cpu_id;
     SizeChain(plan);
-    plan.seconds = 0.35 + static_cast<double>(plan.chain_bytes) * 0.5e-9;
+    plan.seconds = 0.35 + SetUpSeconds(from, plan.chain_bytes);
     plan_.push_back(std::move(plan));
   }
 
@@ -254,8 +271,9 @@ class Planner {
   }
 
   void PlanSizes() {
-    if (cpu_nodes_.empty()) return;
+    if (cpu_nodes_.empty() || memory_nodes_.empty()) return;
     const int from = cpu_nodes_.front();
+    const MemoryTarget memory{.node = Nearest(from, memory_nodes_)};
     const int cpu = measuring_cpu(CpusOf(from)).cpu_id;
     const auto cache = static_cast<double>(LastLevel({cpu}));
     int64_t before = 0;
@@ -263,14 +281,15 @@ class Planner {
       const int64_t size = static_cast<int64_t>(at) / 4096 * 4096;
       if (size == before) continue;
       before = size;
-      CellPlan plan = NewCell(kLatencyBySize, from, {.node = from}, Common("node", options_.pages));
+      CellPlan plan = NewCell(kLatencyBySize, from, memory, Common("node", options_.pages));
       plan.latency_cpu = cpu;
       plan.chain_bytes = size;
       plan.most_repeats = depth_.few_repeats;
       plan.cell.parameters["buffer_bytes"] = size;
+      plan.setup_cpus = cpu_numbers(CpusOf(from));
       AddChain(plan);
-      const std::optional<int64_t> usable = Usable(plan.memory);
-      if (usable && *usable < size) Fail(plan, "A buffer of this size does not fit");
+      const std::optional<int64_t> usable = usable_bytes(memory, plan.pages);
+      if (usable && *usable < size) Fail(plan, "Buffers of " + Misfit(size, *usable));
       plan.seconds = 0.02 + static_cast<double>(size) * 0.8e-9;
       plan_.push_back(std::move(plan));
     }
@@ -300,7 +319,8 @@ class Planner {
     for (const int node : memory_nodes_) {
       const int nearest = NearestTo(node);
       for (const int from : cpu_nodes_) {
-        if (from != nearest) AddBandwidth(from, node, kReads);
+        // The matrix of reads is whole, whatever mixes are asked for.
+        if (from != nearest || !contains(depth_.mixes, kReads)) AddBandwidth(from, node, kReads);
       }
       for (const Mix& mix : depth_.mixes) AddBandwidth(nearest, node, mix);
 
@@ -317,13 +337,14 @@ class Planner {
     AddWholeMachine();
   }
 
-  // Every CPU reads the memory of its own node, or of the nearest one that has some.
+  // Every CPU reads the memory of its own node; those of nodes without memory stay idle.
   void AddWholeMachine() {
+    if (!whole_machine_) return;
     CellPlan plan = NewCell(kBandwidth, 0, {}, Common("machine", options_.pages));
     plan.cell.from.cpu_node.reset();
     plan.mix = kReads;
     for (const int node : cpu_nodes_) {
-      if (std::ranges::find(memory_nodes_, node) == memory_nodes_.end()) continue;
+      if (!contains(memory_nodes_, node)) continue;
       for (const int cpu : cpu_numbers(CpusOf(node))) plan.load.push_back({cpu, {.node = node}});
     }
     if (!plan.load.empty()) FinishBandwidth(std::move(plan));
@@ -337,6 +358,8 @@ class Planner {
     plan.points = depth_.points;
     plan.most_repeats = depth_.few_repeats;
     plan.latency_cpu = measuring.cpu_id;
+    plan.cell.from.cpus = std::to_string(plan.latency_cpu);
+    plan.cell.parameters["mix"] = mix_text(mix);
     Cpus others = CpusOf(from);
     std::erase_if(others, [&](const auto& cpu) { return cpu.cpu_id == measuring.cpu_id; });
     Cpus other_cores = others;
@@ -344,15 +367,13 @@ class Planner {
     if (!other_cores.empty()) others = other_cores;
     for (const int cpu : cpu_numbers(others)) plan.load.push_back({cpu, plan.memory});
     if (plan.load.empty()) {
-      plan.cell.parameters["mix"] = mix_text(mix);
-      plan.cell.from.cpus = std::to_string(plan.latency_cpu);
       Fail(plan, "Node " + std::to_string(from) + " has no other CPU to be used for the load");
     } else {
       SizeChain(plan);
       if (plan.cell.state != kFailed) SizeRegions(plan, plan.chain_bytes);
     }
-    plan.seconds = 0.5 + plan.points * 0.22 +
-                   static_cast<double>(plan.chain_bytes + plan.region_bytes) * 0.5e-9;
+    plan.seconds = 0.5 + plan.points * 0.22 + SetUpSeconds(from, plan.chain_bytes) +
+                   static_cast<double>(plan.region_bytes) * kSetUpSeconds;
     plan_.push_back(std::move(plan));
   }
 
@@ -374,6 +395,7 @@ class Planner {
   DepthPlan depth_;
   std::vector<int> cpu_nodes_;
   std::vector<int> memory_nodes_;
+  bool whole_machine_;  // all nodes with CPUs and memory are measured
   std::vector<CellPlan> plan_;
 };
 

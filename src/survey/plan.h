@@ -27,10 +27,11 @@ struct CellPlan {
   Cell cell;  // its kind, source, memory and parameters
   MemoryTarget memory;
   PageSize pages = PageSize::k4K;
-  int latency_cpu = -1;      // that measures latency; -1: none is measured
-  int sampling_cpu = -1;     // that samples a load and has no other work; -1: one of the load's
-  int64_t chain_bytes = 0;   // of the buffer with the chain
-  int64_t region_bytes = 0;  // of each region of a load thread
+  int latency_cpu = -1;         // that measures latency; -1: none is measured
+  int sampling_cpu = -1;        // that samples a load and has no other work; -1: one of the load's
+  int64_t chain_bytes = 0;      // of the buffer with the chain
+  std::vector<int> setup_cpus;  // that lay the chain, side by side
+  int64_t region_bytes = 0;     // of each region of a load thread
   std::vector<LoadSeat> load;
   Mix mix{1, 0, 0};
   int points = 0;               // of a loaded curve

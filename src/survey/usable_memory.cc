@@ -1,0 +1,43 @@
+#include "survey/usable_memory.h"
+
+#include <string>
+
+#include "app/text.h"
+#include "platform/text_file.h"
+
+namespace velmo {
+namespace {
+
+// The rest is left to the system: a node that is filled up swaps, or ends processes.
+constexpr double kUsableShare = 0.8;
+
+std::optional<int64_t> free_in_pool(int node, int64_t page) {
+  const std::string path = "/sys/devices/system/node/node" + std::to_string(node) +
+                           "/hugepages/hugepages-" + std::to_string(page / 1024) +
+                           "kB/free_hugepages";
+  std::string text;
+  if (!read_first_line(path, text)) return std::nullopt;
+  const std::optional<long> count = leading_number(text);
+  return count ? std::optional(*count * page) : std::nullopt;
+}
+
+}  // namespace
+
+int64_t page_bytes(PageSize pages) {
+  if (pages == PageSize::k1G) return int64_t{1} << 30;
+  return pages == PageSize::k4K ? 4096 : int64_t{1} << 21;
+}
+
+bool is_pool(PageSize pages) { return pages == PageSize::k2M || pages == PageSize::k1G; }
+
+std::optional<int64_t> usable_bytes(const MemoryTarget& memory, PageSize pages) {
+  if (memory.kind == MemoryKind::kNuma && is_pool(pages)) {
+    return free_in_pool(memory.node, page_bytes(pages));
+  }
+  const bool device = memory.kind == MemoryKind::kDevdax;
+  const int64_t bytes = device ? devdax_size(memory.path) : free_bytes(memory);
+  if (bytes < 0) return std::nullopt;
+  return device ? bytes : static_cast<int64_t>(static_cast<double>(bytes) * kUsableShare);
+}
+
+}  // namespace velmo

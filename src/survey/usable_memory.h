@@ -1,0 +1,23 @@
+// How much of a memory the buffers of a survey may take.
+
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "mem/mapping.h"
+#include "mem/target.h"
+
+namespace velmo {
+
+// Bytes of a page, the size of which is the unit of a mapping.
+int64_t page_bytes(PageSize pages);
+
+// Whether such pages come from a pool of the administrator's.
+bool is_pool(PageSize pages);
+
+// Bytes that buffers on such pages may take: a share of what is free, all of a device, all that is
+// free in a node's pool. None where nobody tells.
+std::optional<int64_t> usable_bytes(const MemoryTarget& memory, PageSize pages);
+
+}  // namespace velmo
