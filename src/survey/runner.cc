@@ -27,7 +27,7 @@ double seconds_since(long start) { return static_cast<double>(monotonic_ns() - s
 
 bool is_clean(const Repeat& repeat) { return !repeat.failed() && repeat.disturbed_by.empty(); }
 
-// More clean repeats than half of those that did not fail.
+// At least half as many clean repeats as did not fail: then they alone count (counted_repeats).
 bool mostly_clean(const std::vector<Repeat>& repeats) {
   const auto good = std::ranges::count_if(repeats, [](const Repeat& r) { return !r.failed(); });
   return 2 * std::ranges::count_if(repeats, is_clean) >= good;
@@ -88,6 +88,13 @@ void Runner::MeasureOnce(Running& cell, int round) {
   Decide(cell);
 }
 
+void Runner::Pool::Add(const Repeat& repeat, const Samples& samples) {
+  for (const auto& [length, count] : samples) {
+    all[length] += count;
+    if (repeat.disturbed_by.empty()) clean[length] += count;
+  }
+}
+
 void Runner::Add(Running& cell, int round, ChildResult result) {
   Cell& to = cell.plan.cell;
   if (!result.measured) {
@@ -112,7 +119,7 @@ void Runner::Add(Running& cell, int round, ChildResult result) {
   }
   const Repeat& first = measured.points.empty() ? measured.repeat : measured.points.front().repeat;
   if (!cell.plan.first_clock) cell.plan.first_clock = clock_of(first.watch);
-  for (const auto& [length, count] : measured.samples) cell.samples[length] += count;
+  cell.pool.Add(measured.repeat, measured.samples);
   if (to.kind == kLoadedLatency) {
     AddPoints(cell, round, measured);
   } else {
@@ -125,7 +132,7 @@ void Runner::AddPoints(Running& cell, int round, const MeasuredRepeat& measured)
   Cell& to = cell.plan.cell;
   if (to.points.empty()) {
     to.points.resize(measured.points.size());
-    cell.point_samples.resize(measured.points.size());
+    cell.point_pools.resize(measured.points.size());
     for (const MeasuredPoint& point : measured.points) cell.plan.delays.push_back(point.delay);
   }
   Repeat pass;  // over all points; its figure is the peak
@@ -136,7 +143,7 @@ void Runner::AddPoints(Running& cell, int round, const MeasuredRepeat& measured)
     point.repeats.push_back(from.repeat);
     point.repeats.back().round = round;
     point.summary = summarize(point.repeats);
-    for (const auto& [length, count] : from.samples) cell.point_samples[i][length] += count;
+    cell.point_pools[i].Add(from.repeat, from.samples);
     const double bandwidth = from.repeat.figures.at(kBytesPerSecond);
     pass.figures[kBytesPerSecond] = std::max(pass.figures[kBytesPerSecond], bandwidth);
     pass.disturbed_by.insert(pass.disturbed_by.end(), from.repeat.disturbed_by.begin(),
@@ -210,17 +217,26 @@ void Runner::Finish(Running& cell) {
     }
     if (count < kTailSamples) summary.erase(kP999Ns);
   };
-  if (!cell.samples.empty()) {
-    pool(cell.samples, to.summary);
-    to.histogram_ns = log_histogram(cell.samples);
+  // Of the repeats that the summary is taken from.
+  const auto counted = [](const Pool& from, const std::vector<Repeat>& repeats) -> const Samples& {
+    return mostly_clean(repeats) ? from.clean : from.all;
+  };
+  if (const Samples& samples = counted(cell.pool, to.repeats); !samples.empty()) {
+    pool(samples, to.summary);
+    to.histogram_ns = log_histogram(samples);
   }
-  for (size_t i = 0; i < to.points.size(); ++i) pool(cell.point_samples[i], to.points[i].summary);
+  for (size_t i = 0; i < to.points.size(); ++i) {
+    pool(counted(cell.point_pools[i], to.points[i].repeats), to.points[i].summary);
+  }
 
   if (to.state == kFailed) return;
   if (to.summary.empty()) {
     to.state = kFailed;
     if (!to.repeats.empty()) to.message = to.repeats.back().message;
-    if (to.repeats.empty()) to.message = "Not measured: " + to.stopped_by;
+    if (to.repeats.empty()) {
+      to.message = to.stopped_by == kInterrupted ? "Not measured: interrupted before its turn"
+                                                 : "Not measured: the time limit came first";
+    }
     return;
   }
   if (!mostly_clean(to.repeats)) to.state = kDisturbed;

@@ -50,13 +50,19 @@ class Runner {
   int skipped() const { return skipped_; }
 
  private:
+  // Samples of several repeats: of all of them, and of the undisturbed ones.
+  struct Pool {
+    Samples all = {};
+    Samples clean = {};
+    void Add(const Repeat& repeat, const Samples& samples);
+  };
+
   struct Running {
     CellPlan plan;
-    Samples samples = {};                     // of all repeats
-    std::vector<Samples> point_samples = {};  // of all repeats of each point
-    int failures = 0;                         // repeats that failed
-    int extra = 0;                            // repeats in place of disturbed ones
-    double seconds = 0;                       // of a repeat, the longest so far
+    Pool pool = {};
+    std::vector<Pool> point_pools = {};  // of each point
+    int failures = 0;                    // repeats that failed
+    double seconds = 0;                  // of a repeat, the longest so far
     bool done() const { return !plan.cell.stopped_by.empty(); }
   };
 
