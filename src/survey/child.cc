@@ -17,6 +17,7 @@
 #include "app/clock.h"
 #include "app/console.h"
 #include "app/signal_handler.h"
+#include "app/text.h"
 #include "app/threads.h"
 #include "platform/prefetchers_off.h"
 #include "platform/text_file.h"
@@ -73,7 +74,9 @@ bool write_all(int fd, const std::string& text) {
   if (nowhere >= 0) dup2(nowhere, STDOUT_FILENO);
   try {
     const std::string text = to_json(measure_cell(plan, ticks)).dump();
-    if (write_all(out, text)) _exit(0);  // the parent puts back what it has changed
+    const bool sent = write_all(out, text);
+    restore_msr();  // the parent does so, too, unless it was killed meanwhile
+    if (sent) _exit(0);
   } catch (const std::exception& failure) {
     std::cerr << failure.what() << '\n';
   }
@@ -142,7 +145,12 @@ EndSignalsNoted::EndSignalsNoted() {
   noted_ = 0;
   struct sigaction action {};
   action.sa_handler = Note;
-  for (const int signum : kNotedSignals) sigaction(signum, &action, nullptr);
+  for (const int signum : kNotedSignals) {
+    struct sigaction before {};
+    sigaction(signum, nullptr, &before);
+    // nohup's wish is kept.
+    if (signum != SIGHUP || before.sa_handler != SIG_IGN) sigaction(signum, &action, nullptr);
+  }
   const sigset_t set = noted_set();
   sigprocmask(SIG_UNBLOCK, &set, &previous_);
 }
@@ -186,10 +194,9 @@ ChildResult measure_in_child(const CellPlan& plan, double ticks_per_second, doub
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
     if (!ended) {
-      result.message =
-          EndSignalsNoted::signal() != 0
-              ? "Interrupted"
-              : "Took longer than " + std::to_string(static_cast<int>(limit)) + " s and was ended";
+      result.message = EndSignalsNoted::signal() != 0
+                           ? "Interrupted"
+                           : "Took longer than " + duration_text(limit) + " and was ended";
     } else if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
       result.message = end_of(status, message_of(err.get()));
     } else {
