@@ -1,10 +1,12 @@
 #include "survey/survey_command.h"
 
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <ctime>
+#include <filesystem>
 #include <iostream>
 #include <string>
 
@@ -90,6 +92,22 @@ void check_place(const std::string& path) {
     Fatal() << "Cannot write " << path << ": " << directory
             << " is not there, or not to be written\n";
   }
+  struct stat status {};
+  if (lstat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode)) {
+    Fatal() << "Cannot write " << path << ": it exists and is not a regular file\n";
+  }
+}
+
+// Keeps the text of a survey that could not be written to `path` among the temporary files; tells
+// where.
+std::string rescue(const std::string& path, const std::string& text) {
+  std::error_code error;
+  const std::filesystem::path folder = std::filesystem::temp_directory_path(error);
+  if (error) return {};
+  const std::string other = folder / std::filesystem::path(path).filename();
+  const bool kept =
+      other != path && access(other.c_str(), F_OK) != 0 && replace_file(other, text).empty();
+  return kept ? ". The survey is in " + other : "";
 }
 
 void run_cells(const SurveyOptions& options, double ticks, Survey& survey) {
@@ -146,7 +164,7 @@ int run_survey(int argc, char** argv) {
     std::cout << text << std::flush;
   } else if (const std::string failure = replace_file(path, text); !failure.empty()) {
     if (!options.quiet) write_survey(tables, survey);
-    Fatal() << failure << '\n';
+    Fatal() << failure << rescue(path, text) << '\n';
   }
   if (!options.quiet) {
     write_survey(tables, survey);
