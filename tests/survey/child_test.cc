@@ -1,0 +1,114 @@
+#include "survey/child.h"
+
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+
+#include "support/fake_machine.h"
+#include "support/subprocess.h"
+
+namespace velmo {
+namespace {
+
+constexpr double kTicks = 2e9;
+constexpr uint64_t kRegister = 0x1A4;  // of Intel's prefetchers
+constexpr uint64_t kOn = 0x40;
+
+// A repeat over a few MiB, on a CPU whose registers are a file.
+class SurveyChild : public testing::Test {
+ protected:
+  SurveyChild() {
+    const std::string cpu = msr_.dir.path() + "/cpu" + std::to_string(plan_.latency_cpu);
+    if (!std::filesystem::exists(cpu)) {
+      std::filesystem::create_directory_symlink(msr_.dir.path() + "/cpu3", cpu);
+    }
+    CpuInfo intel;
+    intel.vendor = CpuInfo::kIntel;
+    intel.model = 0x55;
+    find_offset(intel);
+    msr_.Set(kRegister, kOn);
+  }
+
+  ChildResult Measure(double limit = 60) { return measure_in_child(plan_, kTicks, limit, stuck_); }
+
+  // A staircase step that takes longer than any test needs.
+  void MakeLong() {
+    plan_.cell.kind = kLatencyBySize;
+    plan_.chain_bytes = int64_t{1} << 30;
+  }
+
+  // Sends `signum` to the next child of this process, or to this process once it has one.
+  pid_t Strike(int signum, bool parent) const {
+    const pid_t victim = getpid();
+    const pid_t helper = fork();
+    if (helper != 0) return helper;
+    for (;; usleep(1000)) {
+      std::ifstream children("/proc/" + std::to_string(victim) + "/task/" + std::to_string(victim) +
+                             "/children");
+      for (pid_t child = 0; children >> child;) {
+        if (child == getpid()) continue;
+        while (msr_.Get(kRegister) == kOn) usleep(1000);
+        kill(parent ? victim : child, signum);
+        _exit(0);
+      }
+    }
+  }
+
+  velmo_test::FakeMsr msr_;
+  EndSignalsNoted signals_;
+  CellPlan plan_ = [] {
+    CellPlan plan;
+    plan.cell.kind = kIdleLatency;
+    plan.latency_cpu = sched_getcpu();
+    plan.chain_bytes = 2 << 20;
+    return plan;
+  }();
+  std::set<int> stuck_;
+};
+
+TEST_F(SurveyChild, MeasuresWithThePrefetchersOff) {
+  const ChildResult result = Measure();
+  ASSERT_TRUE(result.measured) << result.message;
+  EXPECT_GT(result.measured->repeat.figures.at(kAverageNs), 0);
+  EXPECT_TRUE(result.prefetchers_off);
+  EXPECT_EQ(msr_.Get(kRegister), kOn);
+}
+
+TEST_F(SurveyChild, WhatItSaysIsTheMessage) {
+  plan_.memory = {.kind = MemoryKind::kDevdax, .path = msr_.dir.path()};
+  const ChildResult result = Measure();
+  EXPECT_FALSE(result.measured);
+  EXPECT_EQ(result.message, "Failed to allocate memory. Check path or dax device. " +
+                                msr_.dir.path() + " is neither a dax device nor a file.");
+}
+
+TEST_F(SurveyChild, EndsOfAllKindsAreMessages) {
+  MakeLong();
+  const pid_t killer = Strike(SIGKILL, false);
+  EXPECT_EQ(Measure().message, "The measuring process was ended by a signal: Killed");
+  waitpid(killer, nullptr, 0);
+  EXPECT_EQ(msr_.Get(kRegister), kOn);
+  EXPECT_EQ(Measure(0.01).message, "Took longer than 0 s and was ended");
+  const pid_t interrupter = Strike(SIGTERM, true);
+  EXPECT_EQ(Measure().message, "Interrupted");
+  waitpid(interrupter, nullptr, 0);
+  EXPECT_EQ(EndSignalsNoted::signal(), SIGTERM);
+  EXPECT_EQ(msr_.Get(kRegister), kOn);
+}
+
+TEST_F(SurveyChild, PutsTheRegisterBackWhenTheParentIsKilled) {
+  MakeLong();
+  const velmo_test::Outcome outcome = velmo_test::RunForked([this] {
+    Strike(SIGKILL, true);
+    Measure();
+  });
+  EXPECT_EQ(outcome.status, 128 + SIGKILL);
+  while (msr_.Get(kRegister) != kOn) usleep(1000);
+}
+
+}  // namespace
+}  // namespace velmo

@@ -1,0 +1,113 @@
+#include "survey/plan.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "support/subprocess.h"
+
+namespace velmo {
+namespace {
+
+using velmo_test::Error;
+using velmo_test::RunForked;
+
+// The first node; none of them is there, so that nothing is known of their memory.
+constexpr int kFirst = 900;
+constexpr int kCpuNodes = 8;
+constexpr int kCpusOfNode = 32;
+
+// 8 nodes of 32 CPUs and two without, next to the first and the last; of `sharing` CPUs each a
+// last-level cache of so many bytes.
+Topology large_machine(int64_t cache_bytes, int sharing) {
+  Topology machine;
+  machine.node_cpus.resize(kFirst + kCpuNodes + 2);
+  machine.distances.assign(machine.node_cpus.size(),
+                           std::vector<int>(machine.node_cpus.size(), 21));
+  for (int n = 0; n < kCpuNodes + 2; ++n) {
+    const int node = kFirst + n;
+    machine.memory_nodes.push_back(node);
+    machine.distances[node][node] = 10;
+    for (int cpu = n * kCpusOfNode; n < kCpuNodes && cpu < (n + 1) * kCpusOfNode; ++cpu) {
+      machine.node_cpus[node].push_back({1, cpu, cpu, node});
+      if (cpu % sharing == 0) machine.caches.list.push_back({3, "Unified", cache_bytes, {}});
+      machine.caches.list.back().cpus.push_back(cpu);
+    }
+  }
+  machine.distances[kFirst + 8][kFirst] = 14;
+  machine.distances[kFirst + 9][kFirst + 7] = 17;
+  return machine;
+}
+
+SurveyOptions all_kinds() {
+  SurveyOptions options;
+  options.kinds = {kIdleLatency, kLatencyBySize, kBandwidth, kLoadedLatency};
+  return options;
+}
+
+auto count(const std::vector<CellPlan>& plan, const char* kind, const std::string& scope = "node") {
+  return std::ranges::count_if(plan, [&](const CellPlan& p) {
+    return p.cell.kind == kind && parameter_text(p.cell, "scope") == scope;
+  });
+}
+
+TEST(SurveyPlan, ALargeMachineTakesLessThanAQuarterOfAnHour) {
+  const std::pair<int64_t, int> caches[] = {{32, 8}, {105, kCpusOfNode}, {384, 64}};
+  for (const auto& [mebibytes, sharing] : caches) {
+    SCOPED_TRACE(mebibytes);
+    const Topology machine = large_machine(mebibytes << 20, sharing);
+    SurveyOptions options = all_kinds();
+    const std::vector<CellPlan> plan = plan_cells(options, machine);
+    EXPECT_LT(plan_seconds(plan), 15 * 60);
+    EXPECT_EQ(count(plan, kIdleLatency), 80);
+    EXPECT_EQ(count(plan, kBandwidth), 80 + 10 * 6);
+    EXPECT_EQ(count(plan, kBandwidth, "one_thread"), 10);
+    EXPECT_EQ(count(plan, kBandwidth, "machine"), 1);
+    EXPECT_EQ(count(plan, kLoadedLatency), 3 * 3);  // kinds of memory, mixes
+    EXPECT_GE(count(plan, kLatencyBySize), 4 * 11);
+    std::set<std::string> keys;
+    for (const CellPlan& p : plan) {
+      EXPECT_TRUE(keys.insert(cell_key(p.cell)).second) << cell_key(p.cell);
+      EXPECT_TRUE(p.cell.marks.empty());
+      if (p.cell.kind == kIdleLatency) {
+        EXPECT_GE(p.chain_bytes / 256 * 64, 4 * (mebibytes << 20));
+      }
+    }
+    options.depth = Depth::kThorough;
+    EXPECT_EQ(count(plan_cells(options, machine), kLoadedLatency), 10 * 3);
+  }
+}
+
+TEST(SurveyPlan, NodesThatAreNamedAreMeasuredAlone) {
+  SurveyOptions options = all_kinds();
+  options.cpu_nodes = {kFirst + 3, kFirst + 3};
+  options.memory_nodes = {kFirst + 4, kFirst + 8};
+  options.mixes = {{2, 1, 0}};
+  const std::vector<CellPlan> plan = plan_cells(options, large_machine(1 << 20, 1));
+  std::set<int> memories;
+  for (const CellPlan& p : plan) {
+    EXPECT_EQ(p.cell.from.cpu_node, kFirst + 3);
+    memories.insert(p.cell.memory.node.value_or(-1));
+  }
+  EXPECT_EQ(memories, (std::set<int>{kFirst + 4, kFirst + 8}));
+  EXPECT_EQ(count(plan, kIdleLatency), 2);
+  EXPECT_EQ(count(plan, kBandwidth), 2 * 2);  // reads and the mix
+  EXPECT_EQ(count(plan, kBandwidth, "machine"), 0);
+}
+
+TEST(SurveyPlan, NodesThatCannotBeUsedAreRefused) {
+  SurveyOptions options = all_kinds();
+  const auto refusal = [&] {
+    return RunForked([&] { plan_cells(options, large_machine(1 << 20, 1)); });
+  };
+  options.memory_nodes = {kFirst, 3};
+  EXPECT_EQ(refusal().err,
+            Error("--memory-nodes: no node 3 has memory to be used. There is: 900-909"));
+  options.memory_nodes.reset();
+  options.cpu_nodes = {kFirst + 8};
+  EXPECT_EQ(refusal().err,
+            Error("--cpu-nodes: no node 908 has CPUs to be used. There is: 900-907"));
+}
+
+}  // namespace
+}  // namespace velmo
