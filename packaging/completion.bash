@@ -9,9 +9,45 @@ _velmo_numbers() {
   for range in "${ranges[@]}"; do seq "${range%-*}" "${range#*-}"; done
 }
 
+# What completes the words of velmo (velmo survey ...), whose name is the first argument.
+_velmo_word() {
+  local prefix='' choices=''
+  case $prev in
+    --only | --cpu-nodes | --memory-nodes) prefix=${cur%"${cur##*[,-]}"} ;;&
+    --only) choices='idle sizes bandwidth loaded' ;;
+    --cpu-nodes) choices=$(_velmo_numbers node/has_cpu) ;;
+    --memory-nodes) choices=$(_velmo_numbers node/has_memory) ;;
+    --pages) choices='4k thp 2m 1g' ;;
+    --directory)
+      _filedir -d
+      return
+      ;;
+    --mixes | --size | --repeats | --precision | --time-limit | --seed) return ;;
+    *)
+      if [[ $cur == -* && ${words[1]} == survey ]]; then
+        choices='-o --cpu-nodes --device --directory --help --memory-nodes --mixes --only --pages
+          --precision --quick --quiet --repeats --seed --size --strict --thorough --time-limit'
+      else
+        _filedir
+        return
+      fi
+      ;;
+  esac
+  mapfile -t COMPREPLY < <(compgen -P "$prefix" -W "$choices" -- "${cur#"$prefix"}")
+  if [[ -n $prefix ]]; then compopt -o nospace 2>/dev/null; fi
+}
+
 _velmo() {
   local cur prev words cword split choices prefix=''
   _init_completion -s || return
+  case ${words[1]} in
+    report | survey | show | compare)
+      if [ "$cword" -gt 1 ]; then
+        _velmo_word
+        return
+      fi
+      ;;
+  esac
   case $prev in
     -C | --cpunode) choices=$(_velmo_numbers node/has_cpu) ;;
     -M | --memnode) choices=$(_velmo_numbers node/has_memory) ;;
@@ -40,6 +76,7 @@ _velmo() {
         --chunk= --cpunode= --delay= --delayed_latency --devdax= --full --help --iter= --latency
         --latency_cpu= --load_cpu= --loaded_latency --mem_size= --memnode= --output= --pmem=
         --read= --stream --stride= --system_info --thread= --use_pa --verbose= --version --write='
+      if [[ $cword -eq 1 && $cur != -* ]]; then choices='compare report show survey'; fi
       ;;
   esac
   mapfile -t COMPREPLY < <(compgen -P "$prefix" -W "$choices" -- "${cur#"$prefix"}")
