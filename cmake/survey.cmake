@@ -3,9 +3,11 @@
 
 find_package(CLI11 REQUIRED)
 find_package(nlohmann_json REQUIRED)
+find_package(simdjson REQUIRED)
 find_path(BOOST_INCLUDE_DIR boost/math/distributions/students_t.hpp REQUIRED)
 
 target_link_libraries(velmo_core PUBLIC CLI11::CLI11 nlohmann_json::nlohmann_json)
+target_link_libraries(velmo_core PRIVATE simdjson::simdjson)
 target_compile_definitions(velmo_core PUBLIC VELMO_SURVEY)
 
 # Scripts and styles of the pages become a source file: one raw string each. They stand inside

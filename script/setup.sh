@@ -49,7 +49,8 @@ need_compiler() {
   need cmake cmake g++ g++ make make /usr/include/numa.h libnuma-dev \
     /usr/include/CLI/CLI.hpp libcli11-dev /usr/include/nlohmann/json.hpp nlohmann-json3-dev \
     /usr/share/javascript/chart.js/chart.min.js libjs-chart.js \
-    /usr/include/boost/math/distributions/students_t.hpp libboost-math-dev
+    /usr/include/boost/math/distributions/students_t.hpp libboost-math-dev \
+    /usr/include/simdjson.h libsimdjson-dev
 }
 
 build() {

@@ -17,6 +17,7 @@
 
 #ifdef VELMO_SURVEY
 #include "compare/compare_command.h"
+#include "fleet/fleet_command.h"
 #include "report/report_command.h"
 #include "survey/show_command.h"
 #include "survey/survey_command.h"
@@ -36,6 +37,7 @@ constexpr Word kWords[] = {
     {"survey", velmo::run_survey},
     {"show", velmo::run_show},
     {"compare", velmo::run_compare},
+    {"fleet", velmo::run_fleet},
 };
 #endif
 
