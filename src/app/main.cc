@@ -17,6 +17,7 @@
 
 #ifdef VELMO_SURVEY
 #include "compare/compare_command.h"
+#include "fleet/export_command.h"
 #include "fleet/fleet_command.h"
 #include "report/report_command.h"
 #include "survey/show_command.h"
@@ -38,6 +39,7 @@ constexpr Word kWords[] = {
     {"show", velmo::run_show},
     {"compare", velmo::run_compare},
     {"fleet", velmo::run_fleet},
+    {"export", velmo::run_export},
 };
 #endif
 
