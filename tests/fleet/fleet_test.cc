@@ -62,6 +62,7 @@ class FleetTest : public testing::Test {
   ~FleetTest() override { std::filesystem::remove_all(folder_); }
 
   void Write(const std::string& name, const std::string& text) const {
+    std::filesystem::remove(folder_ + '/' + name);  // some file systems flush what is overwritten
     std::ofstream(folder_ + '/' + name, std::ios::binary) << text;
   }
   void Write(const Survey& survey) const { Write(survey.host + ".json", survey_text(survey)); }
