@@ -10,3 +10,12 @@ install(FILES packaging/completion.bash
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
 install(FILES docs/survey.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/velmo)
+
+if(VELMO_SURVEY)
+  install(FILES docs/velmo-alerts.yml docs/velmo-dashboard.json
+          DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+  install(FILES packaging/slurm/velmo-survey.sbatch DESTINATION ${CMAKE_INSTALL_DATADIR}/velmo/slurm)
+  # Installed, not enabled.
+  install(FILES packaging/systemd/velmo-survey.service packaging/systemd/velmo-survey.timer
+          DESTINATION lib/systemd/system)
+endif()
