@@ -69,10 +69,8 @@ Memory read_memory(object json) {
 // "idle latency 99th, node 0 to node 1"
 std::string label_of(const Cell& cell, const std::string& pages, FigureClass figure_class) {
   constexpr const char* kNames[kFigureClasses] = {
-      "idle latency average",    "idle latency 99th",
-      "idle latency 99.9th",     "bandwidth",
-      "latency at half of peak", "latency at nine tenths of peak",
-      "peak under load"};
+      "idle latency average",    "idle latency 99th",       "idle latency 99.9th", "bandwidth",
+      "latency at 50 % of peak", "latency at 90 % of peak", "peak under load"};
   std::string label = kNames[static_cast<int>(figure_class)];
   if (const std::string mix = parameter_text(cell, "mix"); !mix.empty()) label += ' ' + mix;
   const std::string scope = parameter_text(cell, "scope");
@@ -158,9 +156,9 @@ void CellReader::AddFigures(Host& host) {
   } else if (cell_.kind == kBandwidth) {
     Add(host, FigureClass::kBandwidth, numbers_.bandwidth);
   } else if (cell_.kind == kLoadedLatency) {
-    Add(host, FigureClass::kLoadedHalf, latency_at(points_, kHalf).value_or(Measured{}));
+    Add(host, FigureClass::kLoadedHalf, latency_at_share(points_, kHalf).value_or(Measured{}));
     Add(host, FigureClass::kLoadedNineTenths,
-        latency_at(points_, kNineTenths).value_or(Measured{}));
+        latency_at_share(points_, kNineTenths).value_or(Measured{}));
     if (const CurvePoint* peak = peak_of(points_); peak != nullptr) {
       Add(host, FigureClass::kLoadedPeak, peak->bandwidth);
     }

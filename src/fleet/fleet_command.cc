@@ -14,6 +14,7 @@
 #include "app/words.h"
 #include "fleet/findings.h"
 #include "fleet/fleet_files.h"
+#include "fleet/fleet_page.h"
 #include "fleet/fleet_report.h"
 #include "fleet/threshold.h"
 
@@ -104,6 +105,7 @@ int run_fleet(int argc, char** argv) {
     Fatal() << failure.what() << '\n';
   }
   if (!options.exclude_list.empty()) write_exclude_list(options.exclude_list, fleet, findings);
+  if (!options.page.empty()) write_file(options.page, fleet_page(fleet, findings));
   // Standard output is flushed after each piece: it gets the text in one.
   std::ostringstream text;
   if (options.json) {

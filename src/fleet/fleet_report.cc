@@ -113,20 +113,16 @@ Json figure_json(const Fleet& fleet, const SlowFigure& slow) {
           {"threshold", slow.threshold}};
 }
 
-Json group_json(const Fleet& fleet, const GroupFinding& finding) {
+Json group_json(const GroupFinding& finding) {
   Json json = {{"hosts", finding.group.hosts.size()},
                {"history", finding.group.reference.size()},
                {"compared", finding.compared},
                {"equal", finding.text},
                {"usual", finding.usual},
-               {"thresholds", Json::object()},
-               {"names", Json::array()}};
+               {"thresholds", Json::object()}};
   for (size_t i = 0; i < kFigureClasses; ++i) {
     const double threshold = finding.judgement.thresholds[i];
     if (threshold > 0) json["thresholds"][figure_id(static_cast<FigureClass>(i))] = threshold;
-  }
-  for (const uint32_t host : finding.group.hosts) {
-    json["names"].push_back(fleet.hosts[host].name);
   }
   return json;
 }
@@ -165,7 +161,7 @@ Json findings_json(const Fleet& fleet, const Findings& findings) {
                                 {"figures", std::move(figures)}});
   }
   for (const GroupFinding& finding : findings.groups) {
-    json["groups"].push_back(group_json(fleet, finding));
+    json["groups"].push_back(group_json(finding));
   }
   return json;
 }

@@ -11,18 +11,21 @@ const CurvePoint* peak_of(const std::vector<CurvePoint>& points) {
   return found == points.end() ? nullptr : &*found;
 }
 
-std::optional<Measured> latency_at(const std::vector<CurvePoint>& points, double share) {
-  const CurvePoint* above = peak_of(points);
-  if (above == nullptr) return std::nullopt;
-  const double wanted = share * above->bandwidth.value;
-  const CurvePoint* const end = points.data() + points.size();
-  while (above + 1 != end && above[1].bandwidth.value > wanted) ++above;
-  if (above + 1 == end) return std::nullopt;
-  const CurvePoint& below = above[1];
+std::optional<Measured> latency_at(const std::vector<CurvePoint>& points, double bandwidth) {
+  const auto above = std::find_if(points.rbegin(), points.rend(), [bandwidth](auto& point) {
+    return point.bandwidth.value >= bandwidth;
+  });
+  if (above == points.rbegin() || above == points.rend()) return std::nullopt;
+  const CurvePoint& below = *(above - 1);
   const double part =
-      (above->bandwidth.value - wanted) / (above->bandwidth.value - below.bandwidth.value);
-  return Measured{above->latency.value + part * (below.latency.value - above->latency.value),
+      (bandwidth - below.bandwidth.value) / (above->bandwidth.value - below.bandwidth.value);
+  return Measured{below.latency.value + part * (above->latency.value - below.latency.value),
                   std::max(above->latency.uncertainty, below.latency.uncertainty)};
+}
+
+std::optional<Measured> latency_at_share(const std::vector<CurvePoint>& points, double share) {
+  const CurvePoint* peak = peak_of(points);
+  return peak == nullptr ? std::nullopt : latency_at(points, share * peak->bandwidth.value);
 }
 
 }  // namespace velmo

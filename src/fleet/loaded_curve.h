@@ -21,9 +21,12 @@ struct CurvePoint {
 // The point of largest bandwidth; null without points.
 const CurvePoint* peak_of(const std::vector<CurvePoint>& points);
 
-// Latency at `share` of the largest bandwidth, linear between the two points about it, on the
-// branch behind the peak: `points` are by rising delay, and those before the peak are more loaded
-// than it. None where the curve does not reach so far down.
-std::optional<Measured> latency_at(const std::vector<CurvePoint>& points, double share);
+// Latency where the curve first reaches `bandwidth`, coming from the least load, on the straight
+// line between the two points around it. None where it does not reach so far up, or so far down.
+// `points` are by rising delay of the load.
+std::optional<Measured> latency_at(const std::vector<CurvePoint>& points, double bandwidth);
+
+// The same at `share` of the largest bandwidth.
+std::optional<Measured> latency_at_share(const std::vector<CurvePoint>& points, double share);
 
 }  // namespace velmo

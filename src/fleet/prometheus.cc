@@ -106,7 +106,7 @@ void add_loaded(const Cell& cell, const Labels& labels, Metric& metric) {
     if (points.empty()) continue;
     for (const auto& [share, load] : kLoads) {
       const std::optional<Measured> latency =
-          share < 1 ? latency_at(points, share) : peak_of(points)->latency;
+          share < 1 ? latency_at_share(points, share) : peak_of(points)->latency;
       if (!latency) continue;
       metric.Add(with(labels, {{"memory_node", memory_label(cell.memory)},
                                {"mix", parameter_text(cell, "mix")},
