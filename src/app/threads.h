@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "app/console.h"
+#include "app/failure.h"
 
 namespace velmo {
 

@@ -36,7 +36,7 @@ void Bandwidth::MeasureTarget() {
   const int64_t free = UpdateFreeMem();
   ChooseLoadCpus(nullptr);
   SizeBuffers(workloads, free, 0);
-  WarnOfLoad(workloads);
+  WarnOfLoad(workloads, config_.bw_delay > 0);
   if (config_.node_spinners) StartLoadSpinners();
   {
     const Progress progress = ShowZeroing(2 * buf_size_ * (thread_num_ - 1));

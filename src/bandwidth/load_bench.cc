@@ -153,13 +153,14 @@ void LoadBench::EnsurePass(const std::vector<Mix>& mixes, int64_t free) {
   buf_size_ = raised;
 }
 
-void LoadBench::WarnOfLoad(const std::vector<Mix>& mixes) {
+void LoadBench::WarnOfLoad(const std::vector<Mix>& mixes, bool delayed) {
+  static bool told = false;
   int64_t touched = std::numeric_limits<int64_t>::max();
   for (const Mix& mix : mixes) {
     const LoadPlan plan(mix, config_.full, kBlocksPerPass);
     const int64_t regions = (plan.read_step > 0 ? 1 : 0) + (plan.write_step > 0 ? 1 : 0);
     touched = std::min(touched, regions * buf_size_ * (thread_num_ - 1));
-    if (plan.kernel == nullptr && (config_.run_loaded_latency || config_.bw_delay > 0)) {
+    if (plan.kernel == nullptr && delayed && !std::exchange(told, true)) {
       Warn() << "The ratio " << mix.read << ":" << mix.write << " has no kernel of its own: the "
              << "delay comes once in " << kBlocksPerPass << " units of it and hardly lowers the "
              << "load\n";

@@ -40,8 +40,9 @@ class LoadBench : public Bench {
   void SizeBuffers(const std::vector<Mix>& mixes, int64_t free, int64_t reserved);
 
   // Warns of what in the load of `mixes` would measure something else than memory under that load:
-  // regions that the caches hold, a delay that hardly lowers the load.
-  void WarnOfLoad(const std::vector<Mix>& mixes);
+  // regions that the caches hold and, told once a run of `delayed` load, a delay that hardly lowers
+  // it.
+  void WarnOfLoad(const std::vector<Mix>& mixes, bool delayed);
 
   // Every buffer is mapped and first touched on the CPU that will use it. In a physical range the
   // first lies `first_offset` bytes behind its start, the others behind one another.

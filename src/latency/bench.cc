@@ -153,7 +153,8 @@ void Bench::ChoosePattern(bool off, int64_t size, LatencySpec& spec) const {
   CheckHoldsStride(size, spec.stride);
 }
 
-void Bench::WarnIfCached(const std::string& who, int64_t bytes, std::vector<int> cpus) {
+void Bench::WarnIfCached(const std::string& who, int64_t bytes, std::vector<int> cpus,
+                         const std::string& advice) {
   std::sort(cpus.begin(), cpus.end());
   caches_.Read(cpus);
   const int64_t cache = caches_.LastLevelBytes(cpus);
@@ -161,7 +162,7 @@ void Bench::WarnIfCached(const std::string& who, int64_t bytes, std::vector<int>
   constexpr int64_t kKiB = 1024;
   Warn() << who << " touches " << bytes / kKiB << " KiB of memory, less than " << kCachesCovered
          << " times the " << cache / kKiB << " KiB of last-level cache of its CPUs: the result is "
-         << "that of caches, in part. Increase the size with -m\n";
+         << "that of caches, in part. " << advice << '\n';
 }
 
 void Bench::CheckHoldsStride(int64_t size, int32_t stride) {

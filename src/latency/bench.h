@@ -79,8 +79,10 @@ class Bench {
   void ChoosePattern(bool off, int64_t size, LatencySpec& spec) const;
 
   // Warns where the `bytes` of memory that `who` touches on `cpus` are less than four times the
-  // last-level caches there: much of what is measured would be the caches.
-  void WarnIfCached(const std::string& who, int64_t bytes, std::vector<int> cpus);
+  // last-level caches there: much of what is measured would be the caches. `advice` says what
+  // helps.
+  void WarnIfCached(const std::string& who, int64_t bytes, std::vector<int> cpus,
+                    const std::string& advice = "Increase the size with -m");
 
   // exit(1) when `size` bytes do not hold one `stride`.
   static void CheckHoldsStride(int64_t size, int32_t stride);

@@ -44,9 +44,13 @@ void LoadedLatency::MeasureTarget() {
   if (lat_size_ == 0) {
     Fatal() << "Not enough free memory for the latency buffer: " << free << " Byte\n";
   }
+  if (lat_size_ < kDefaultBuffer && config_.mem_mode != kMemPhysical) {
+    Warn() << "The latency buffer is lowered from " << (kDefaultBuffer >> 20) << " MiB to "
+           << (lat_size_ >> 20) << " MiB: no more of the memory is free\n";
+  }
   chase_ = ChaseSpec(lat_cpu_);
   SizeBuffers({ConfiguredMix()}, free, lat_size_);
-  WarnOfLoad({ConfiguredMix()});
+  WarnOfLoad({ConfiguredMix()}, config_.bw_delay != 0);
   if (config_.node_spinners) StartLoadSpinners();
   lat_buffer_ = AllocMem(lat_size_, lat_cpu_.cpu_id, 0);
   {
@@ -57,7 +61,8 @@ void LoadedLatency::MeasureTarget() {
   {
     const PrefetchersOff prefetchers(lat_cpu_.cpu_id);
     ChoosePattern(prefetchers.off(), lat_size_, chase_);
-    WarnIfCached("The chain", lat_size_ / chase_.stride * kLineBytes, {lat_cpu_.cpu_id});
+    WarnIfCached("The chain", lat_size_ / chase_.stride * kLineBytes, {lat_cpu_.cpu_id},
+                 "Its size is chosen from what is free: free more of the memory");
     Sweep();
   }
   PrintResult();

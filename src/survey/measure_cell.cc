@@ -31,8 +31,8 @@ constexpr uint64_t kSamples = 100'000;
 constexpr uint64_t kLoadedWarmUp = 10'000;
 constexpr uint64_t kLoadedLoads = 100'000;
 constexpr uint64_t kLoadedSamples = 40'000;
-// Least loads of a step of the staircase.
-constexpr uint64_t kStepLoads = 200'000;
+// Least time of a step of the staircase, in ns.
+constexpr double kStepNs = 50e6;
 
 double seconds_since(long start) { return static_cast<double>(monotonic_ns() - start) * 1e-9; }
 
@@ -49,14 +49,6 @@ Json placement_json(const Placement& placement) {
           {"page_size_bytes", placement.page_size_bytes}};
 }
 
-// CPUs of the plan that touch memory first, each its part.
-std::vector<int> touching_cpus(const CellPlan& plan) {
-  std::vector<int> cpus = {plan.latency_cpu};
-  for (const LoadSeat& seat : plan.load) cpus.push_back(seat.cpu);
-  if (plan.load.empty() && plan.sampling_cpu >= 0) cpus.push_back(plan.sampling_cpu);
-  return cpus;
-}
-
 // A chain of the plan's size in memory of its own.
 class Chain {
  public:
@@ -64,7 +56,9 @@ class Chain {
       : buffer_(plan.memory, mapped_bytes(plan.chain_bytes, plan.pages),
                 {.pages = plan.pages, .zero = false}),
         bytes_(plan.chain_bytes) {
-    lay_rnd_chain_on(touching_cpus(plan), buffer_.data(), bytes_, kStride);
+    const std::vector<int> own = {plan.latency_cpu};
+    lay_rnd_chain_on(plan.setup_cpus.empty() ? own : plan.setup_cpus, buffer_.data(), bytes_,
+                     kStride);
   }
 
   const void* data() const { return buffer_.data(); }
@@ -75,6 +69,12 @@ class Chain {
   Buffer buffer_;
   int64_t bytes_;
 };
+
+std::optional<ClockReference> first_clock(const CellPlan& plan, int64_t delay) {
+  const auto found = plan.first_clocks.find(delay);
+  if (found == plan.first_clocks.end()) return std::nullopt;
+  return found->second;
+}
 
 // Watches one stretch after the other.
 class Watcher {
@@ -142,7 +142,7 @@ MeasuredRepeat MeasureIdle(const CellPlan& plan, double ticks) {
     measured.repeat.seconds = seconds_since(start);
     watcher.End();
   });
-  watcher.Put(measured.repeat, plan.first_clock);
+  watcher.Put(measured.repeat, first_clock(plan, 0));
   const LatencyResult result = Summarize(samples, ticks);
   set_latency(samples, result, ticks, measured.repeat.figures);
   add_samples(samples, result, ticks, measured.samples);
@@ -152,20 +152,23 @@ MeasuredRepeat MeasureIdle(const CellPlan& plan, double ticks) {
 
 MeasuredRepeat MeasureStep(const CellPlan& plan) {
   const Chain chain(plan);
-  // One lap brings into the caches what they hold; every load counts as often as any other.
-  const uint64_t laps = (kStepLoads + chain.elements() - 1) / chain.elements();
-  const LatencySpec spec{
-      .warm_up = chain.elements(), .loads = laps * chain.elements(), .cpu = plan.latency_cpu};
+  // One lap brings into the caches what they hold, another tells how many more take long enough
+  // to be watched; every load counts as often as any other.
+  const auto lap = static_cast<double>(chain.elements());
   MeasuredRepeat measured;
   Watcher watcher(plan);
   run_pinned({plan.latency_cpu}, [&](size_t) {
+    MeasureAverage(chain.data(), chain.elements());
+    const double lap_ns = lap * MeasureAverage(chain.data(), chain.elements());
+    const auto laps = static_cast<uint64_t>(std::max(std::ceil(kStepNs / lap_ns), 1.0));
+    const LatencySpec spec{.loads = laps * chain.elements(), .cpu = plan.latency_cpu};
     watcher.Begin({{gettid(), plan.latency_cpu}});
     const long start = monotonic_ns();
     measured.repeat.figures[kAverageNs] = MeasureLatency(chain.data(), spec).average;
     measured.repeat.seconds = seconds_since(start);
     watcher.End();
   });
-  watcher.Put(measured.repeat, plan.first_clock);
+  watcher.Put(measured.repeat, first_clock(plan, 0));
   measured.repeat.placement = placement_json(chain.Where(plan.memory.node));
   return measured;
 }
@@ -238,7 +241,7 @@ MeasuredRepeat MeasureMix(const CellPlan& plan) {
   const BandwidthResult result = MeasureBandwidth(team, spec);
   measured.repeat.figures[kBytesPerSecond] = result.average * kBytesPerMb;
   measured.repeat.seconds = spec.intervals * spec.interval;
-  watcher.Put(measured.repeat, plan.first_clock);
+  watcher.Put(measured.repeat, first_clock(plan, 0));
   return measured;
 }
 
@@ -279,7 +282,7 @@ MeasuredRepeat MeasureCurve(const CellPlan& plan, double ticks) {
     set_latency(loaded.samples, loaded.latency, ticks, point.repeat.figures);
     point.repeat.figures[kBytesPerSecond] = loaded.bandwidth * kBytesPerMb;
     add_samples(loaded.samples, loaded.latency, ticks, point.samples);
-    watcher.Put(point.repeat, plan.first_clock);
+    watcher.Put(point.repeat, first_clock(plan, delay));
     measured.repeat.seconds += point.repeat.seconds;
   }
   return measured;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -39,7 +40,8 @@ struct CellPlan {
   int most_repeats = 7;
   double precision = 0.01;  // share of the median that its interval may be wide, to each side
   double seconds = 0;       // that a repeat takes, roughly
-  std::optional<ClockReference> first_clock;  // of the first repeat; none: this is it
+  // The clock of the first clean repeat, by the delay of a point; of others at 0.
+  std::map<int64_t, ClockReference> first_clocks;
 };
 
 struct Topology {

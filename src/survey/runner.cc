@@ -117,8 +117,12 @@ void Runner::Add(Running& cell, int round, ChildResult result) {
       to.marks.emplace_back("placement");
     }
   }
-  const Repeat& first = measured.points.empty() ? measured.repeat : measured.points.front().repeat;
-  if (!cell.plan.first_clock) cell.plan.first_clock = clock_of(first.watch);
+  const auto note_clock = [&](int64_t delay, const Repeat& repeat) {
+    const std::optional<ClockReference> clock = clock_of(repeat.watch);
+    if (clock && repeat.disturbed_by.empty()) cell.plan.first_clocks.try_emplace(delay, *clock);
+  };
+  if (measured.points.empty()) note_clock(0, measured.repeat);
+  for (const MeasuredPoint& point : measured.points) note_clock(point.delay, point.repeat);
   cell.pool.Add(measured.repeat, measured.samples);
   if (to.kind == kLoadedLatency) {
     AddPoints(cell, round, measured);
@@ -168,14 +172,16 @@ bool Runner::AllowsExtra(const Running& cell) const {
       repeats, [](const Repeat& r) { return !r.failed() && !r.disturbed_by.empty(); });
   const int extra = static_cast<int>(repeats.size()) - cell.plan.most_repeats;
   const double total = seconds_since(start_) + SecondsLeft();
-  return extra < std::min<long>(spoiled, kMostExtra) && extra_seconds_ < kExtraShare * total;
+  return extra < std::min<long>(spoiled, kMostExtra) &&
+         extra_seconds_ + cell.seconds <= kExtraShare * total;
 }
 
 void Runner::Decide(Running& cell) {
   Cell& to = cell.plan.cell;
   if (cell.failures >= kMostFailures) {
     to.stopped_by = kFailed;
-  } else if (to.points.empty() && is_precise(to.kind, to.summary, cell.plan.precision)) {
+  } else if (to.points.empty() && mostly_clean(to.repeats) &&
+             is_precise(to.kind, to.summary, cell.plan.precision)) {
     to.stopped_by = "precision";
   } else if (static_cast<int>(to.repeats.size()) >= cell.plan.most_repeats && !AllowsExtra(cell)) {
     to.stopped_by = "repeats";
