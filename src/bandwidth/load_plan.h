@@ -17,8 +17,8 @@ struct Mix {
   bool operator==(const Mix&) const = default;
 };
 
-// A pass is a fixed number of blocks (of a kernel) or units (of the generic loop), after which the
-// worker updates its count.
+// Blocks (of a kernel) or units (of the generic loop) of a pass, after which the worker updates its
+// count, at most: with a delay behind each a pass has as few as blocks_of_pass says.
 inline constexpr int32_t kBlocksPerPass = 1024;
 
 struct LoadPlan {

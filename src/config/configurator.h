@@ -1,7 +1,8 @@
 // The one record that carries every setting of a run.
 //
 // The global instance is filled once, by InputArguments, and never written afterwards. Every
-// benchmark and every worker works on a full copy of its own.
+// benchmark works on a full copy of its own; what measures gets a specification with no more than
+// it needs.
 
 #pragma once
 
