@@ -29,6 +29,7 @@ void AwaitSteadyLoad(LoadTeam& team, const RampUp& ramp_up) {
     passed += ramp_up.window;
     std::rotate(windows.begin(), windows.begin() + 1, windows.end());
     windows.back() = SampleAll(team);
+    if (ramp_up.agreement == 0) return;
     const auto [low, high] = std::minmax_element(windows.begin(), windows.end());
     if (*low > 0 && *high - *low <= ramp_up.agreement * *high) return;
   } while (passed < ramp_up.most);
