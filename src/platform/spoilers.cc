@@ -11,6 +11,7 @@
 
 #include "app/text.h"
 #include "platform/cpu_time.h"
+#include "platform/node_memory.h"
 #include "platform/prefetch.h"
 #include "platform/text_file.h"
 
@@ -81,20 +82,10 @@ Texts huge_pages(const Subjects& /*subjects*/, const SpoilerSources& from) {
 Texts node_in_use(const Subjects& subjects, const SpoilerSources& from) {
   Texts found;
   for (const int node : subjects.nodes) {
-    std::string text;
-    read_text(numbered_path(from.node_memory, node), text);
-    const auto kilobytes = [&text](const char* key) {
-      return number_after(text, key).value_or(-1);
-    };
-    const int64_t total = kilobytes("MemTotal");
-    int64_t free = kilobytes("MemFree");
-    if (total <= 0 || free < 0) continue;
-    // The page cache gives way to who asks for memory; shared memory, a part of it, does not.
-    const int64_t cache = kilobytes("FilePages") - std::max<int64_t>(kilobytes("Shmem"), 0);
-    free += std::max<int64_t>(cache, 0);
-    if (free >= total / 2) continue;
+    const auto memory = read_node_memory(numbered_path(from.node_memory, node));
+    if (!memory || memory->available_kb >= memory->total_kb / 2) continue;
     found.push_back("Memory node " + std::to_string(node) + " is in use, " +
-                    std::to_string(100 * free / total) +
+                    std::to_string(100 * memory->available_kb / memory->total_kb) +
                     " % of it are free: its other users take a share of the bandwidth");
   }
   return found;

@@ -197,7 +197,7 @@ ChildResult measure_in_child(const CellPlan& plan, double ticks_per_second, doub
       result.message = EndSignalsNoted::signal() != 0
                            ? "Interrupted"
                            : "Took longer than " + duration_text(limit) + " and was ended";
-    } else if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+    } else if (!WIFEXITED(status) || WEXITSTATUS(status) != 0 || text.empty()) {
       result.message = end_of(status, message_of(err.get()));
     } else {
       try {

@@ -165,6 +165,8 @@ class Planner {
     plan.cell.message = why;
   }
 
+  static void MarkSmall(CellPlan& plan) { plan.cell.marks = {"small_buffer"}; }
+
   static std::string Misfit(int64_t bytes, int64_t usable) {
     return std::to_string(bytes / kMiB) + " MiB do not fit: " + std::to_string(usable / kMiB) +
            " MiB may be used";
@@ -191,9 +193,7 @@ class Planner {
       }
       plan.chain_bytes = *usable / kGrain * kGrain;
     }
-    if (plan.chain_bytes / kStride * kLineBytes < kCachesCovered * cache) {
-      plan.cell.marks.emplace_back("small_buffer");
-    }
+    if (plan.chain_bytes / kStride * kLineBytes < kCachesCovered * cache) MarkSmall(plan);
     plan.cell.parameters["buffer_bytes"] = plan.chain_bytes;
     AddChain(plan);
   }
@@ -233,7 +233,7 @@ class Planner {
         return;
       }
     }
-    if (plan.region_bytes * regions < covered) plan.cell.marks.emplace_back("small_buffer");
+    if (plan.region_bytes * regions < covered) MarkSmall(plan);
   }
 
   void AddIdle(int from, const MemoryTarget& memory, const char* scope, PageSize pages) {

@@ -116,6 +116,8 @@ void Runner::Add(Running& cell, int round, ChildResult result) {
     if (placement.at("share_on_node").get<double>() < kLeastPlaced && !marked) {
       to.marks.emplace_back("placement");
     }
+  } else if (!placement.is_null()) {
+    to.parameters["page_size_bytes"] = placement;  // null, with the reason
   }
   const auto note_clock = [&](int64_t delay, const Repeat& repeat) {
     const std::optional<ClockReference> clock = clock_of(repeat.watch);

@@ -98,16 +98,16 @@ void check_place(const std::string& path) {
   }
 }
 
-// Keeps the text of a survey that could not be written to `path` among the temporary files; tells
-// where.
-std::string rescue(const std::string& path, const std::string& text) {
+std::string usual_name(const Survey& survey) {
+  return "velmo_" + plain(survey.host) + utc("_%Y%m%dT%H%M%SZ.json");
+}
+
+// Keeps the text of a survey that could not be written among the temporary files; tells where.
+std::string rescue(const Survey& survey, const std::string& text) {
   std::error_code error;
   const std::filesystem::path folder = std::filesystem::temp_directory_path(error);
-  if (error) return {};
-  const std::string other = folder / std::filesystem::path(path).filename();
-  const bool kept =
-      other != path && access(other.c_str(), F_OK) != 0 && replace_file(other, text).empty();
-  return kept ? ". The survey is in " + other : "";
+  const std::string path = folder / usual_name(survey);
+  return !error && replace_file(path, text).empty() ? ". The survey is in " + path : "";
 }
 
 void run_cells(const SurveyOptions& options, double ticks, Survey& survey) {
@@ -147,7 +147,7 @@ int run_survey(int argc, char** argv) {
   survey.arguments = options.arguments;
   survey.seed = options.seed;
   std::string path = options.output;
-  if (path.empty()) path = "velmo_" + plain(survey.host) + utc("_%Y%m%dT%H%M%SZ.json");
+  if (path.empty()) path = usual_name(survey);
   if (path != "-") check_place(path);
 
   const double ticks = counter_rate();
@@ -164,7 +164,7 @@ int run_survey(int argc, char** argv) {
     std::cout << text << std::flush;
   } else if (const std::string failure = replace_file(path, text); !failure.empty()) {
     if (!options.quiet) write_survey(tables, survey);
-    Fatal() << failure << rescue(path, text) << '\n';
+    Fatal() << failure << rescue(survey, text) << '\n';
   }
   if (!options.quiet) {
     write_survey(tables, survey);

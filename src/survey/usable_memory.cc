@@ -3,6 +3,7 @@
 #include <string>
 
 #include "app/text.h"
+#include "platform/node_memory.h"
 #include "platform/text_file.h"
 
 namespace velmo {
@@ -11,10 +12,13 @@ namespace {
 // The rest is left to the system: a node that is filled up swaps, or ends processes.
 constexpr double kUsableShare = 0.8;
 
+std::string folder_of(int node) {
+  return "/sys/devices/system/node/node" + std::to_string(node) + '/';
+}
+
 std::optional<int64_t> free_in_pool(int node, int64_t page) {
-  const std::string path = "/sys/devices/system/node/node" + std::to_string(node) +
-                           "/hugepages/hugepages-" + std::to_string(page / 1024) +
-                           "kB/free_hugepages";
+  const std::string path =
+      folder_of(node) + "hugepages/hugepages-" + std::to_string(page / 1024) + "kB/free_hugepages";
   std::string text;
   if (!read_first_line(path, text)) return std::nullopt;
   const std::optional<long> count = leading_number(text);
@@ -34,10 +38,19 @@ std::optional<int64_t> usable_bytes(const MemoryTarget& memory, PageSize pages) 
   if (memory.kind == MemoryKind::kNuma && is_pool(pages)) {
     return free_in_pool(memory.node, page_bytes(pages));
   }
-  const bool device = memory.kind == MemoryKind::kDevdax;
-  const int64_t bytes = device ? devdax_size(memory.path) : free_bytes(memory);
+  int64_t bytes = -1;
+  if (memory.kind == MemoryKind::kDevdax) {
+    bytes = devdax_size(memory.path);
+    return bytes < 0 ? std::nullopt : std::optional(bytes);
+  }
+  if (memory.kind == MemoryKind::kNuma) {
+    const auto node = read_node_memory(folder_of(memory.node) + "meminfo");
+    if (node) bytes = node->available_kb * 1024;
+  } else {
+    bytes = free_bytes(memory);
+  }
   if (bytes < 0) return std::nullopt;
-  return device ? bytes : static_cast<int64_t>(static_cast<double>(bytes) * kUsableShare);
+  return static_cast<int64_t>(static_cast<double>(bytes) * kUsableShare);
 }
 
 }  // namespace velmo

@@ -16,7 +16,8 @@ int64_t page_bytes(PageSize pages);
 // Whether such pages come from a pool of the administrator's.
 bool is_pool(PageSize pages);
 
-// Bytes that buffers on such pages may take: a share of what is free, all of a device, all that is
+// Bytes that buffers on such pages may take: a share of what is free or page cache, all of a
+// device, all that is
 // free in a node's pool. None where nobody tells.
 std::optional<int64_t> usable_bytes(const MemoryTarget& memory, PageSize pages);
 
