@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "support/subprocess.h"
+#include "survey/record.h"
 
 namespace velmo {
 namespace {
