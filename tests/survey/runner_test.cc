@@ -17,7 +17,7 @@ CellPlan cell_of(int node, const char* kind = kIdleLatency, double seconds = 0) 
 }
 
 ChildResult measured(double average, bool disturbed = false) {
-  ChildResult result{.measured = Measured(), .message = {}};
+  ChildResult result{.measured = MeasuredRepeat(), .message = {}};
   result.measured->repeat.figures = {{kAverageNs, average}, {kP99Ns, average}};
   if (disturbed) result.measured->repeat.disturbed_by.push_back({"stolen_time", 1, 0.5, "%"});
   result.measured->samples[static_cast<int64_t>(average * 10)] = 1000;
