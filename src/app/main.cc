@@ -44,6 +44,7 @@ constexpr Word kWords[] = {
 #endif
 
 velmo::Configurator config;
+velmo::Disturbances disturbances;
 
 // Runs one benchmark on its own copy of the configuration. The time stamps around it are not
 // reported.
@@ -55,6 +56,7 @@ void run_benchmark() {
   clock_gettime(CLOCK_MONOTONIC, &start);
   benchmark.Run();
   clock_gettime(CLOCK_MONOTONIC, &end);
+  disturbances.Add(benchmark.disturbances_);
 }
 
 }  // namespace
@@ -80,6 +82,7 @@ int main(int argc, char** argv) {
   if (config.run_latency) run_benchmark<velmo::Latency>();
   if (config.run_loaded_latency) run_benchmark<velmo::LoadedLatency>();
 
+  velmo::tell_disturbances(disturbances);
   std::cout << "\n\n***** DONE *****\n";
   velmo::check_output();
   return velmo::LogFile::any_lost() ? 1 : 0;

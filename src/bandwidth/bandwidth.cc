@@ -79,7 +79,10 @@ void Bandwidth::Measure(const Mix& mix) {
     RunAnalyzer(team);
   } else {
     const BandwidthResult result = MeasureBandwidth(
-        team, {.intervals = config_.iter - kBandwidthWarmUp, .warm_up = kBandwidthWarmUp},
+        team,
+        {.intervals = config_.iter - kBandwidthWarmUp,
+         .warm_up = kBandwidthWarmUp,
+         .stretch = WatchStretch({bw_cpus_.front()})},
         [](int number, double bandwidth) { WriteInterval(std::cout, number, bandwidth); });
     check_still_pinned(bw_cpus_.front());
     WriteBandwidth(std::cout, result);

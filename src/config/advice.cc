@@ -47,8 +47,15 @@ Subjects under_test(const Configurator& config) {
 }
 
 void tell_spoilers(const Configurator& config) {
-  if (isatty(STDERR_FILENO) != 1) return;
+  if (!is_watched()) return;
   for (const std::string& text : find_spoilers(under_test(config))) Warn() << text << '\n';
+}
+
+bool is_watched() { return isatty(STDERR_FILENO) == 1; }
+
+void tell_disturbances(const Disturbances& disturbances) {
+  if (!is_watched()) return;
+  for (const std::string& line : disturbances.Lines()) Warn() << line << '\n';
 }
 
 }  // namespace velmo

@@ -7,6 +7,7 @@
 
 #include "app/clock.h"
 #include "app/console.h"
+#include "config/advice.h"
 #include "latency/nearest_node.h"
 #include "platform/text_file.h"
 
@@ -128,9 +129,25 @@ int Bench::FindNearestCpuNode() {
 void Bench::StartSpinner(const NumaInfo::cpu_ctx* cpu) {
   if (!spinners_) spinners_.emplace();
   spinners_->Start(cpu != nullptr ? cpu->cpu_id : -1);
+  if (cpu != nullptr) {
+    spinning_cpus_.push_back(cpu->cpu_id);
+    return;
+  }
+  for (const auto& cpus : config_.node_cpus) {
+    for (const auto& any : cpus) spinning_cpus_.push_back(any.cpu_id);
+  }
 }
 
-void Bench::StopSpinners() { spinners_.reset(); }
+void Bench::StopSpinners() {
+  spinners_.reset();
+  spinning_cpus_.clear();
+}
+
+StretchObserver Bench::WatchStretch(std::vector<int> busy) {
+  if (!is_watched()) return {};
+  busy.insert(busy.end(), spinning_cpus_.begin(), spinning_cpus_.end());
+  return disturbances_.Observer(std::move(busy));
+}
 
 LatencySpec Bench::ChaseSpec(const NumaInfo::cpu_ctx& cpu) const {
   return {.stride = config_.stride,

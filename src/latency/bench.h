@@ -15,6 +15,7 @@
 #include "latency/measure_latency.h"
 #include "mem/buffer.h"
 #include "platform/caches.h"
+#include "platform/disturbances.h"
 
 namespace velmo {
 
@@ -60,6 +61,7 @@ class Bench {
   void StartSpinner(const NumaInfo::cpu_ctx* cpu);
   void StopSpinners();
 
+  Disturbances disturbances_;  // of the measurements so far, where somebody reads of them
   Configurator config_;
   std::optional<Spinners> spinners_;
   uint32_t node_idx_ = 0;    // memory target under test
@@ -69,6 +71,10 @@ class Bench {
 
  protected:
   ~Bench() = default;
+
+  // Watches measurements into disturbances_, where somebody reads of them. `busy` CPUs work for the
+  // benchmark besides the spinning ones.
+  StretchObserver WatchStretch(std::vector<int> busy);
 
   // Stride, chunk and delay of the configuration, measured from `cpu`.
   LatencySpec ChaseSpec(const NumaInfo::cpu_ctx& cpu) const;
@@ -90,6 +96,7 @@ class Bench {
  private:
   int FindNearestCpuNode();
 
+  std::vector<int> spinning_cpus_;
   std::atomic<int64_t> zeroed_{0};  // bytes since the last ShowZeroing
 };
 

@@ -1,5 +1,7 @@
 #include "latency/lat_worker.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 
 namespace velmo {
@@ -52,7 +54,10 @@ void LatWorker::Measure(Gate& gate, int32_t delay_ns) {
   spec.delay_ns = delay_ns;
   spec.calibration = burst_len_;
   gate.Wait();
-  samples_ = MeasureLatency(buf_, spec);
+  samples_ = PrepareSamples(spec);
+  if (stretch_.begin) stretch_.begin({{gettid(), spec.cpu}});
+  MeasureLatency(buf_, spec, samples_);
+  if (stretch_.end) stretch_.end();
 }
 
 void LatWorker::Summary(double ticks_per_second) {

@@ -12,6 +12,7 @@
 #include "app/gate.h"
 #include "latency/measure_latency.h"
 #include "latency/summarize.h"
+#include "platform/stretch.h"
 
 namespace velmo {
 
@@ -44,6 +45,7 @@ class LatWorker {
   void Summary(double ticks_per_second);
 
   LatencySpec spec_;
+  StretchObserver stretch_;  // in which Burst and Delayed measure, told by their thread
   LatencySamples samples_;
   LatencyResult result_;
 

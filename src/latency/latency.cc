@@ -117,6 +117,7 @@ void Latency::MeasureOn(LatWorker& worker, const NumaInfo::cpu_ctx& cpu, bool de
   progress.emplace(Phase{.label = delayed ? "Measuring delayed latency" : "Measuring burst latency",
                          .left = work.pauses + work.steps * step_time_,
                          .measuring = {worker.spec_.cpu}});
+  worker.stretch_ = WatchStretch({});
   AnnounceLatency(worker.spec_.pattern, delayed);
   const long start = monotonic_ns();
   {

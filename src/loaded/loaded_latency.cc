@@ -85,7 +85,8 @@ LoadedPoint LoadedLatency::MeasureLoaded(unsigned int delay) {
   PointSpec spec{.latency = worker.spec_,
                  .load = Load(ConfiguredMix()),
                  .load_cpus = LoadCpus(),
-                 .ramp_up = {.window = ramp_up_, .most = ramp_up_}};
+                 .ramp_up = {.window = ramp_up_, .most = ramp_up_},
+                 .stretch = WatchStretch({})};
   spec.latency.delay_ns = 0;
   spec.load.delay = delay;
   spec.load.flush = fresh;

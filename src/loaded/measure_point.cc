@@ -42,10 +42,13 @@ LoadedPoint MeasurePoint(const void* chain, const std::vector<LoadRegions>& regi
   LoadedPoint point{.pattern = spec.latency.pattern, .stride = spec.latency.stride};
   LoadTeam team(spec.load, spec.load_cpus, regions);
   team.Park();
+  Gate pinned;
   Gate gate;
   Gate done;
   int tid = 0;
   std::thread measuring = start_thread([&] {
+    // A thread that is pinned asleep is moved when it wakes, which must not be in the stretch.
+    pinned.Wait();
     tid = gettid();
     point.samples = PrepareSamples(spec.latency);
     gate.Wait();
@@ -53,6 +56,7 @@ LoadedPoint MeasurePoint(const void* chain, const std::vector<LoadRegions>& regi
     done.Wait();  // who looks at this thread finds it still there
   });
   set_thread_affinity(&measuring, spec.latency.cpu);
+  pinned.Open();
   team.OpenGate();
   AwaitSteadyLoad(team, spec.ramp_up);
 

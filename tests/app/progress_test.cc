@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <pty.h>
 #include <sched.h>
 #include <sys/resource.h>
 
@@ -16,24 +15,7 @@
 namespace velmo {
 namespace {
 
-// What `body` writes to a terminal of `columns` columns.
-std::string OnTerminal(unsigned short columns, const std::function<void()>& body) {
-  std::cout.flush();
-  const winsize size{24, columns, 0, 0};
-  int terminal = -1;
-  const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
-  if (child == 0) {
-    body();
-    std::cout.flush();
-    _exit(0);
-  }
-  std::string text;
-  char buffer[4096];
-  for (ssize_t n; (n = read(terminal, buffer, sizeof buffer)) > 0;) text.append(buffer, n);
-  close(terminal);
-  waitpid(child, nullptr, 0);
-  return text;
-}
+using velmo_test::OnTerminal;
 
 // A phase that writes "out" and "err" in its middle, on a line that is drawn every 10 ms.
 // `begin` is called first in it.

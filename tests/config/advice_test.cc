@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "app/text.h"
+#include "support/subprocess.h"
 
 namespace velmo {
 namespace {
@@ -51,6 +52,36 @@ TEST(Advice, KnowsWhatARunWillMeasure) {
                              std::to_string(s.latency) + ' ' + vector_to_str_range(s.nodes, 0);
     EXPECT_EQ(text, row.expected) << "row " << &row - rows;
   }
+}
+
+// Of four rules that were broken, the one that was broken once is left out.
+TEST(Advice, TellsATerminalWhatDisturbedMost) {
+  WatchRecord record;
+  record.seconds = 1;
+  Disturbances disturbances;
+  disturbances.Add(record);
+  record.migrations = {1};
+  disturbances.Add(record);
+  record.migrations = {};
+  record.paused_seconds = {0.1234};
+  record.minor_faults = {9};
+  record.other_work_seconds = {0.5};
+  disturbances.Add(record);
+  record.paused_seconds = {0.02};
+  Disturbances run;
+  run.Add(record);
+  run.Add(disturbances);
+  const auto tell = [&] { tell_disturbances(run); };
+  std::string expected;
+  for (const std::string begin :
+       {"faults (2 of 4 measurements, up to 9): ", "paused (2 of 4 measurements, up to 12.3 %): ",
+        "other_work (2 of 4 measurements, up to 50 %): "}) {
+    const std::string rule = begin.substr(0, begin.find(' '));
+    const std::string advice(rule_advice(rule));
+    expected += kWarningPrefix + ("Disturbed by " + begin) + advice + "\r\n";
+  }
+  EXPECT_EQ(velmo_test::OnTerminal(80, tell), expected);
+  EXPECT_EQ(velmo_test::RunForked(tell), (velmo_test::Outcome{0, "", ""}));
 }
 
 }  // namespace

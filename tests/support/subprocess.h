@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -83,6 +84,25 @@ inline Outcome RunForked(const std::function<void()>& body) {
   if (WIFSTOPPED(status)) kill(child, SIGKILL);  // nobody would wake it
   const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   return {code, ReadAll(out), ReadAll(err)};
+}
+
+// What `body` writes to a terminal of `columns` columns.
+inline std::string OnTerminal(unsigned short columns, const std::function<void()>& body) {
+  std::cout.flush();
+  const winsize size{24, columns, 0, 0};
+  int terminal = -1;
+  const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
+  if (child == 0) {
+    body();
+    std::cout.flush();
+    _exit(0);
+  }
+  std::string text;
+  char buffer[4096];
+  for (ssize_t n; (n = read(terminal, buffer, sizeof buffer)) > 0;) text.append(buffer, n);
+  close(terminal);
+  waitpid(child, nullptr, 0);
+  return text;
 }
 
 }  // namespace velmo_test
