@@ -34,12 +34,8 @@ struct Word {
 };
 
 constexpr Word kWords[] = {
-    {"report", velmo::run_report},
-    {"survey", velmo::run_survey},
-    {"show", velmo::run_show},
-    {"compare", velmo::run_compare},
-    {"fleet", velmo::run_fleet},
-    {"export", velmo::run_export},
+    {"report", velmo::run_report},   {"survey", velmo::run_survey}, {"show", velmo::run_show},
+    {"compare", velmo::run_compare}, {"fleet", velmo::run_fleet},   {"export", velmo::run_export},
 };
 #endif
 

@@ -5,8 +5,8 @@
 #include <sstream>
 
 #include "compare/compare_report.h"
-#include "survey/curve.h"
 #include "compare/sample.h"
+#include "survey/curve.h"
 #include "survey/repeats.h"
 
 namespace velmo_test {
