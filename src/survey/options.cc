@@ -102,6 +102,10 @@ int64_t parse_size(const std::string& text) {
   if (unit != std::string::npos && unit + 1 < text.size()) {
     Fatal() << "Invalid size: " << text << ". A whole number of k, m or g, as 256m\n";
   }
+  constexpr size_t kMostDigits = 15;  // more than any machine has bytes, and no overflow
+  if (text.empty() || unit == 0 || text.size() > kMostDigits) {
+    Fatal() << "Invalid size: " << text << ". A whole number of k, m or g, as 256m\n";
+  }
   const int64_t size = get_bytes(text);
   constexpr int64_t kLeast = 1 << 20;
   if (size < kLeast) Fatal() << "Invalid size: " << text << ". At least 1m\n";

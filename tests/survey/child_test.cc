@@ -100,15 +100,5 @@ TEST_F(SurveyChild, EndsOfAllKindsAreMessages) {
   EXPECT_EQ(msr_.Get(kRegister), kOn);
 }
 
-TEST_F(SurveyChild, PutsTheRegisterBackWhenTheParentIsKilled) {
-  MakeLong();
-  const velmo_test::Outcome outcome = velmo_test::RunForked([this] {
-    Strike(SIGKILL, true);
-    Measure();
-  });
-  EXPECT_EQ(outcome.status, 128 + SIGKILL);
-  while (msr_.Get(kRegister) != kOn) usleep(1000);
-}
-
 }  // namespace
 }  // namespace velmo
