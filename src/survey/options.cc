@@ -136,7 +136,7 @@ SurveyOptions parse_survey_options(int argc, char** argv) {
   double precision = 0;
   bool quick = false;
   bool thorough = false;
-  std::optional<uint64_t> seed;
+  std::optional<int64_t> seed;
   app.add_option("-o", options.output,
                  "File to write; - is standard output (velmo_<host>_<UTC>.json here)")
       ->type_name("FILE");
@@ -166,7 +166,9 @@ SurveyOptions parse_survey_options(int argc, char** argv) {
       ->type_name("PERCENT");
   app.add_option("--time-limit", limit, "End after this time, as 90s, 10m or 2h")
       ->type_name("DURATION");
-  app.add_option("--seed", seed, "Order of the cells (a random one)")->type_name("N");
+  app.add_option("--seed", seed, "Order of the cells (a random one)")
+      ->check(CLI::NonNegativeNumber)
+      ->type_name("N");
   app.add_flag("--strict", options.strict, "End with status 3 when a cell is disturbed or failed");
   app.add_flag("--quiet", options.quiet, "No progress and no tables");
   parse_word(app, argc, argv);
@@ -190,9 +192,10 @@ SurveyOptions parse_survey_options(int argc, char** argv) {
     if (std::ranges::find(options.mixes, mix) == options.mixes.end()) options.mixes.push_back(mix);
   }
   if (app.count("--mixes") > 0 && options.mixes.empty()) Fatal() << "--mixes names no mix\n";
+  if (!(precision >= 0)) Fatal() << "Invalid --precision: nan. A number of percent\n";
   if (app.count("--precision") > 0) options.precision = precision / 100;
   if (app.count("--time-limit") > 0) options.time_limit = parse_duration(limit);
-  options.seed = seed ? *seed : std::random_device()() & 0x7fffffff;
+  options.seed = seed ? static_cast<uint64_t>(*seed) : std::random_device()() & 0x7fffffff;
   return options;
 }
 
