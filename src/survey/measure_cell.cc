@@ -133,9 +133,10 @@ MeasuredRepeat MeasureIdle(const CellPlan& plan, double ticks) {
   const LatencySpec spec{
       .warm_up = kWarmUp, .loads = kLoads, .samples = kSamples, .cpu = plan.latency_cpu};
   MeasuredRepeat measured;
-  LatencySamples samples = PrepareSamples(spec);
+  LatencySamples samples;
   Watcher watcher(plan);
   run_pinned({plan.latency_cpu}, [&](size_t) {
+    samples = PrepareSamples(spec);
     watcher.Begin({{gettid(), plan.latency_cpu}});
     const long start = monotonic_ns();
     MeasureLatency(chain.data(), spec, samples);

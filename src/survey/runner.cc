@@ -55,6 +55,9 @@ void Runner::Run() {
     if (order.empty()) return;
     std::shuffle(order.begin(), order.end(), generator);
     for (const size_t i : order) {
+      // Repeats in place of disturbed ones of other cells may have used their time up.
+      Decide(cells_[i]);
+      if (cells_[i].done()) continue;
       const double expected = std::max(cells_[i].seconds, cells_[i].plan.seconds);
       if (settings_.time_limit > 0 && seconds_since(start_) + expected > settings_.time_limit) {
         StopAll("time_limit");
