@@ -41,7 +41,7 @@ _velmo() {
   local cur prev words cword split choices prefix=''
   _init_completion -s || return
   case ${words[1]} in
-    report | survey | show | compare)
+    survey | show | report | compare | fleet | export)
       if [ "$cword" -gt 1 ]; then
         _velmo_word
         return
@@ -76,7 +76,7 @@ _velmo() {
         --chunk= --cpunode= --delay= --delayed_latency --devdax= --full --help --iter= --latency
         --latency_cpu= --load_cpu= --loaded_latency --mem_size= --memnode= --output= --pmem=
         --read= --stream --stride= --system_info --thread= --use_pa --verbose= --version --write='
-      if [[ $cword -eq 1 && $cur != -* ]]; then choices='compare report show survey'; fi
+      if [[ $cword -eq 1 && $cur != -* ]]; then choices='compare export fleet report show survey'; fi
       ;;
   esac
   mapfile -t COMPREPLY < <(compgen -P "$prefix" -W "$choices" -- "${cur#"$prefix"}")

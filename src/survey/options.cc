@@ -23,6 +23,7 @@ const std::map<std::string, PageSize> kPageNames = {
 
 constexpr int kMaxShare = 1000;
 constexpr double kMaxHours = 1000;
+constexpr int64_t kMostBytes = int64_t{1} << 50;
 
 std::vector<std::string> split(const std::string& list) {
   std::vector<std::string> parts;
@@ -98,18 +99,35 @@ double parse_duration(const std::string& text) {
 }
 
 int64_t parse_size(const std::string& text) {
-  const size_t unit = text.find_first_not_of("0123456789");
-  if (unit != std::string::npos && unit + 1 < text.size()) {
+  const std::map<char, int64_t> units = {{'k', 1 << 10}, {'m', 1 << 20}, {'g', 1 << 30}};
+  std::string digits = text;
+  int64_t bytes = 1;
+  if (!digits.empty() && units.count(digits.back() | 0x20) > 0) {
+    bytes = units.at(static_cast<char>(digits.back() | 0x20));
+    digits.pop_back();
+  }
+  const auto value = number<int64_t>(digits);
+  if (!value || __builtin_mul_overflow(*value, bytes, &bytes) || bytes > kMostBytes) {
     Fatal() << "Invalid size: " << text << ". A whole number of k, m or g, as 256m\n";
   }
-  constexpr size_t kMostDigits = 15;  // more than any machine has bytes, and no overflow
-  if (text.empty() || unit == 0 || text.size() > kMostDigits) {
-    Fatal() << "Invalid size: " << text << ". A whole number of k, m or g, as 256m\n";
-  }
-  const int64_t size = get_bytes(text);
   constexpr int64_t kLeast = 1 << 20;
-  if (size < kLeast) Fatal() << "Invalid size: " << text << ". At least 1m\n";
-  return size;
+  if (bytes < kLeast) Fatal() << "Invalid size: " << text << ". At least 1m\n";
+  return bytes;
+}
+
+uint64_t parse_seed(const std::string& text) {
+  const auto value = number<uint64_t>(text);
+  if (!value) Fatal() << "Invalid seed: " << text << ". A whole number, 0 or more\n";
+  return *value;
+}
+
+// Share of a percentage.
+double parse_precision(const std::string& text) {
+  const auto value = number<double>(text);
+  if (!value || !(*value >= 0.01 && *value <= 100)) {
+    Fatal() << "Invalid precision: " << text << ". A percentage from 0.01 to 100\n";
+  }
+  return *value / 100;
 }
 
 }  // namespace
@@ -132,11 +150,9 @@ SurveyOptions parse_survey_options(int argc, char** argv) {
       "Measures all memory of the machine: idle latency, latency by size, bandwidth and latency "
       "under load, each with its uncertainty, and keeps it as one JSON file.",
       "velmo survey");
-  std::string only, cpu_nodes, memory_nodes, size, pages = "4k", mixes, limit;
-  double precision = 0;
+  std::string only, cpu_nodes, memory_nodes, size, pages = "4k", mixes, limit, precision, seed;
   bool quick = false;
   bool thorough = false;
-  std::optional<int64_t> seed;
   app.add_option("-o", options.output,
                  "File to write; - is standard output (velmo_<host>_<UTC>.json here)")
       ->type_name("FILE");
@@ -162,13 +178,10 @@ SurveyOptions parse_survey_options(int argc, char** argv) {
       ->type_name("N");
   app.add_option("--precision", precision,
                  "Repeat until medians are known this well, in percent (latency 1, bandwidth 2)")
-      ->check(CLI::Range(0.01, 100.0))
       ->type_name("PERCENT");
   app.add_option("--time-limit", limit, "End after this time, as 90s, 10m or 2h")
       ->type_name("DURATION");
-  app.add_option("--seed", seed, "Order of the cells (a random one)")
-      ->check(CLI::NonNegativeNumber)
-      ->type_name("N");
+  app.add_option("--seed", seed, "Order of the cells (a random one)")->type_name("N");
   app.add_flag("--strict", options.strict, "End with status 3 when a cell is disturbed or failed");
   app.add_flag("--quiet", options.quiet, "No progress and no tables");
   parse_word(app, argc, argv);
@@ -192,10 +205,9 @@ SurveyOptions parse_survey_options(int argc, char** argv) {
     if (std::ranges::find(options.mixes, mix) == options.mixes.end()) options.mixes.push_back(mix);
   }
   if (app.count("--mixes") > 0 && options.mixes.empty()) Fatal() << "--mixes names no mix\n";
-  if (!(precision >= 0)) Fatal() << "Invalid --precision: nan. A number of percent\n";
-  if (app.count("--precision") > 0) options.precision = precision / 100;
+  if (app.count("--precision") > 0) options.precision = parse_precision(precision);
   if (app.count("--time-limit") > 0) options.time_limit = parse_duration(limit);
-  options.seed = seed ? static_cast<uint64_t>(*seed) : std::random_device()() & 0x7fffffff;
+  options.seed = app.count("--seed") > 0 ? parse_seed(seed) : std::random_device()() & 0x7fffffff;
   return options;
 }
 

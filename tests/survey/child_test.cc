@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "app/signal_handler.h"
 #include "support/fake_machine.h"
 #include "support/subprocess.h"
 
@@ -98,6 +99,17 @@ TEST_F(SurveyChild, EndsOfAllKindsAreMessages) {
   waitpid(interrupter, nullptr, 0);
   EXPECT_EQ(EndSignalsNoted::signal(), SIGTERM);
   EXPECT_EQ(msr_.Get(kRegister), kOn);
+}
+
+TEST_F(SurveyChild, PutsTheRegisterBackWhenTheParentIsKilled) {
+  MakeLong();
+  const velmo_test::Outcome outcome = velmo_test::RunForked([this] {
+    install_exit_guards(restore_msr);  // as main does
+    Strike(SIGKILL, true);
+    Measure();
+  });
+  EXPECT_EQ(outcome.status, 128 + SIGKILL);
+  while (msr_.Get(kRegister) != kOn) usleep(1000);
 }
 
 }  // namespace

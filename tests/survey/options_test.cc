@@ -58,14 +58,14 @@ TEST(SurveyOptions, WhatMakesNoSenseIsNamed) {
       {"--mixes 2:1x", "Invalid mix: 2:1x"},
       {"--mixes 0:0n", "Invalid mix: 0:0n"},
       {"--repeats 0", "--repeats"},
-      {"--precision 0", "--precision"},
-      {"--precision nan", "--precision"},
+      {"--precision 0", "Invalid precision"},
+      {"--precision nan", "Invalid precision"},
       {"--time-limit 0", "Invalid duration: 0"},
       {"--time-limit 10d", "Invalid duration: 10d"},
       {"--time-limit nan", "Invalid duration: nan"},
       {"--time-limit inf", "Invalid duration: inf"},
-      {"--seed -1", "--seed"},
-      {"--seed 1.5", "--seed"},
+      {"--seed -1", "Invalid seed: -1"},
+      {"--seed 1.5", "Invalid seed: 1.5"},
   };
   for (const auto& [line, named] : cases) {
     const velmo_test::Outcome outcome = velmo_test::RunForked([&] { parse(line); });
