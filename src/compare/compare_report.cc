@@ -29,9 +29,15 @@ void write_wrapped(std::ostream& out, std::string text) {
   out << text << '\n';
 }
 
-std::string signed_text(double value) {
-  const std::string text = fixed_text(value, std::abs(value) < 9.995 ? 2 : 1);
-  return value < 0 ? text : '+' + text;
+// A change in percent without its sign, shortened where it says no more than that anything may be.
+std::string size_of_change(double percent) {
+  constexpr double kLargest = 999;
+  const double size = std::abs(percent);
+  return size <= kLargest ? fixed_text(size, size < 9.995 ? 2 : 1) : ">999";
+}
+
+std::string percent_text(double percent) {
+  return (percent < 0 ? "-" : "+") + size_of_change(percent);
 }
 
 std::string figure_text(double value, const std::string& figure) {
@@ -90,11 +96,11 @@ std::vector<std::string> row_of(const Finding& finding) {
   std::vector<std::string> row = {label_of(finding), median_text(finding.old_values),
                                   median_text(finding.new_values)};
   if (!finding.reason.empty()) return row;
-  row.push_back(signed_text(percent_of(finding.change.estimate)));
-  row.push_back(signed_text(percent_of(finding.change.low)) + ".." +
-                signed_text(percent_of(finding.change.high)));
+  row.push_back(percent_text(percent_of(finding.change.estimate)));
+  row.push_back(percent_text(percent_of(finding.change.low)) + ".." +
+                percent_text(percent_of(finding.change.high)));
   if (finding.verdict == Verdict::kUnclear) {
-    row.push_back(fixed_text(percent_of(finding.visible_change()), 1));
+    row.push_back(size_of_change(percent_of(finding.visible_change())));
   }
   return row;
 }

@@ -18,8 +18,7 @@ struct Interval {
 // level that is asked for; otherwise by Student's t with the variances of both sides (Welch).
 class Contrast {
  public:
-  // False where not even the most telling order of so few values is significant at 5 %, so that
-  // nothing can be said from them: below 4 and 4, 3 and 5, 2 and 8, 1 and 39.
+  // At least four values a side: of fewer, not even the most telling order is significant at 5 %.
   static bool enough(size_t old_count, size_t new_count);
 
   // For samples that are enough. `level`, two-sided, chooses the method, and is the smallest that
