@@ -111,7 +111,7 @@ void CellReader::ReadPoints(array json) {
   }
 }
 
-void CellReader::ReadParameters(object json, CellsRead& read) {
+void CellReader::ReadParameters(object json) {
   std::string pattern;
   std::string prefetchers;
   double stride = 0;
@@ -128,11 +128,9 @@ void CellReader::ReadParameters(object json, CellsRead& read) {
     if (name == "stride_bytes") stride = content.get_double();
     if (name == "buffer_bytes") buffer = content.get_double();
   }
-  if (cell_.kind != kIdleLatency || parameter_text(cell_, "scope") != "node") return;
-  if (!read.method.empty()) return;
-  read.method = pattern + " at " + std::to_string(static_cast<int64_t>(stride)) + " B, pages " +
-                pages_ + ", prefetchers " + prefetchers;
-  read.buffer_bytes = buffer;
+  buffer_bytes_ = buffer;
+  method_ = pattern + " at " + std::to_string(static_cast<int64_t>(stride)) + " B, pages " + pages_ +
+            ", prefetchers " + prefetchers;
 }
 
 void CellReader::Add(Host& host, FigureClass figure_class, const Measured& measured) {
@@ -178,7 +176,7 @@ void CellReader::Read(object json, Host& host, CellsRead& read) {
     if (name == "kind") cell_.kind = std::string_view(content);
     if (name == "from") cell_.from = read_source(content);
     if (name == "memory") cell_.memory = read_memory(content);
-    if (name == "parameters") ReadParameters(content, read);
+    if (name == "parameters") ReadParameters(content);
     if (name == "summary") numbers_ = ReadSummary(content);
     if (name == "points") ReadPoints(content);
     if (name == "state") cell_.state = std::string_view(content);
@@ -200,6 +198,12 @@ void CellReader::Read(object json, Host& host, CellsRead& read) {
     }
   } else {
     AddFigures(host);
+    // A cell that failed may not know how it would have been measured.
+    const bool of_idle = cell_.kind == kIdleLatency && parameter_text(cell_, "scope") == "node";
+    if (of_idle && read.method.empty()) {
+      read.method = method_;
+      read.buffer_bytes = buffer_bytes_;
+    }
   }
 }
 

@@ -16,9 +16,8 @@ namespace velmo {
 
 // What of the cells says how they were measured, and what state they are in.
 struct CellsRead {
-  std::string method;  // pattern, pages, prefetchers and stride, of idle latency where there is any
-  bool method_of_idle = false;
-  double buffer_bytes = 0;
+  std::string method;       // pattern, stride, pages and prefetchers of idle latency
+  double buffer_bytes = 0;  // of the same
   int cells = 0;
   int failed = 0;
   std::string again;  // the first cell that is disturbed or misplaced, with how
@@ -40,7 +39,7 @@ class CellReader {
 
   void ReadPoints(simdjson::ondemand::array json);
   static Numbers ReadSummary(simdjson::ondemand::object json);
-  void ReadParameters(simdjson::ondemand::object json, CellsRead& read);
+  void ReadParameters(simdjson::ondemand::object json);
   void AddFigures(Host& host);
   void Add(Host& host, FigureClass figure_class, const Measured& measured);
 
@@ -48,6 +47,8 @@ class CellReader {
   std::unordered_map<std::string, uint32_t> known_;  // by key and class; spares the common lock
   Cell cell_;                                        // kind, source, memory and parameters alone
   std::string pages_;
+  std::string method_;
+  double buffer_bytes_ = 0;
   std::vector<CurvePoint> points_;
   Numbers numbers_;
   bool misplaced_ = false;
