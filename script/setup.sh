@@ -1,6 +1,9 @@
 # Shared by the commands here: installs Debian packages that are missing and builds in silence.
 # Sourced, not run; expects the working directory to be the top of the tree.
 
+# What was compiled before comes out of the cache, where there is one.
+! command -v ccache >/dev/null || export CMAKE_CXX_COMPILER_LAUNCHER=ccache
+
 # need COMMAND-OR-FILE PACKAGE ...: installs every PACKAGE whose command or file is missing.
 need() {
   local missing=()

@@ -34,6 +34,8 @@ long monotonic_ns() {
   return now.tv_sec * 1'000'000'000L + now.tv_nsec;
 }
 
+double seconds_since(long start) { return static_cast<double>(monotonic_ns() - start) * 1e-9; }
+
 void usec_sleep(double us) {
   if (us <= 0.000001) return;
   const double end = static_cast<double>(monotonic_ns()) + us * 1000;

@@ -24,8 +24,6 @@ namespace {
 
 constexpr size_t kDefaultWidth = 80;
 
-double seconds_since(long start) { return static_cast<double>(monotonic_ns() - start) * 1e-9; }
-
 // CPUs of the calling thread without `excluded`.
 cpu_set_t own_cpus_without(const std::vector<int>& excluded) {
   cpu_set_t cpus;

@@ -13,7 +13,6 @@ namespace velmo {
 namespace {
 
 constexpr int64_t kMiB = int64_t{1} << 20;
-constexpr int64_t kGiB = int64_t{1} << 30;
 
 constexpr int64_t kMinBandwidthMiB = 100;
 constexpr int64_t kMinLatencyGiB = 2;
@@ -123,8 +122,8 @@ void Configurator::DeriveBandwidthSettings() {
 void Configurator::DeriveLatencySettings() {
   iter = iter != 0 ? iter + kLatencyWarmUp : kLatencyIter;
   if (mem_size == -1) {
-    mem_size = kMinLatencyGiB * kGiB;
-  } else if (mem_size < kMinLatencyGiB * kGiB) {
+    mem_size = kMinLatencyGiB << 30;
+  } else if (mem_size < kMinLatencyGiB << 30) {
     warn_small("latency", kMinLatencyGiB, "GiB");
   }
   if (mem_mode == kMemDevdax) RoundToDevice();

@@ -129,8 +129,8 @@ void CellReader::ReadParameters(object json) {
     if (name == "buffer_bytes") buffer = content.get_double();
   }
   buffer_bytes_ = buffer;
-  method_ = pattern + " at " + std::to_string(static_cast<int64_t>(stride)) + " B, pages " + pages_ +
-            ", prefetchers " + prefetchers;
+  method_ = pattern + " at " + std::to_string(static_cast<int64_t>(stride)) + " B, pages " +
+            pages_ + ", prefetchers " + prefetchers;
 }
 
 void CellReader::Add(Host& host, FigureClass figure_class, const Measured& measured) {

@@ -126,7 +126,7 @@ void Latency::MeasureOn(LatWorker& worker, const NumaInfo::cpu_ctx& cpu, bool de
     thread.Release();
     thread.Join();
   }
-  const double elapsed = static_cast<double>(monotonic_ns() - start) * 1e-9;
+  const double elapsed = seconds_since(start);
   step_time_ = (elapsed - work.pauses) / work.steps;
   worker.Summary(config_.tsc_freq);
   ReportLatency({config_, node_idx_, cpu, worker.size_, worker.spec_, delayed, worker.samples_,

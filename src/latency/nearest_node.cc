@@ -33,14 +33,25 @@ double LatencyOfProbe(LatWorker& worker) {
 
 }  // namespace
 
-int FindNearestNode(const Buffer& probe, const std::vector<ProbingCpu>& from,
-                    const std::function<void(const ProbingCpu&)>& begin) {
-  LatWorker worker({.stride = kProbeStride});
-  worker.SetMem(probe.data(), probe.size());
+int NearestOf(const std::vector<ProbingCpu>& from,
+              const std::function<double(const ProbingCpu&)>& measure) {
   double best = kWorstLatency;
   // Where no node measures better: one that has a CPU to run on.
   int nearest = from.front().node;
   for (const ProbingCpu& candidate : from) {
+    const double latency = measure(candidate);
+    if (best <= latency) continue;
+    best = latency;
+    nearest = candidate.node;
+  }
+  return nearest;
+}
+
+int FindNearestNode(const Buffer& probe, const std::vector<ProbingCpu>& from,
+                    const std::function<void(const ProbingCpu&)>& begin) {
+  LatWorker worker({.stride = kProbeStride});
+  worker.SetMem(probe.data(), probe.size());
+  return NearestOf(from, [&](const ProbingCpu& candidate) {
     begin(candidate);
     worker.InitParameter(kRandom, false);
     double latency = 0;
@@ -48,11 +59,8 @@ int FindNearestNode(const Buffer& probe, const std::vector<ProbingCpu>& from,
       latency = LatencyOfProbe(worker);
       check_still_pinned(candidate.cpu);
     });
-    if (best <= latency) continue;
-    best = latency;
-    nearest = candidate.node;
-  }
-  return nearest;
+    return latency;
+  });
 }
 
 }  // namespace velmo

@@ -15,6 +15,11 @@ struct ProbingCpu {
   int cpu;
 };
 
+// The node of `from` (not empty) for which `measure` tells the least latency, in ns; the first one
+// where none is below 100 us.
+int NearestOf(const std::vector<ProbingCpu>& from,
+              const std::function<double(const ProbingCpu&)>& measure);
+
 // The node of `from` (not empty) whose CPU has the least latency to `probe`. `begin` is called
 // before each measurement.
 int FindNearestNode(const Buffer& probe, const std::vector<ProbingCpu>& from,

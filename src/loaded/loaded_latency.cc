@@ -120,7 +120,7 @@ void LoadedLatency::Sweep() {
 
 Phase LoadedLatency::SweepPhase(int points_ahead, unsigned int delay, long start) const {
   const size_t done = results_.size();
-  const double passed = static_cast<double>(monotonic_ns() - start) * 1e-9;
+  const double passed = seconds_since(start);
   const double a_point = done > 0 ? passed / static_cast<double>(done) : ramp_up_ + kPointTime;
   std::vector<int> measuring = LoadCpus();
   measuring.push_back(lat_cpu_.cpu_id);

@@ -10,7 +10,7 @@ namespace velmo {
 namespace {
 
 // "32K", as the kernel writes it; 0 for anything else.
-int64_t size_of(const std::string& text) {
+int64_t kilobytes_of(const std::string& text) {
   const long kilobytes = leading_number(text).value_or(0);
   return text.ends_with('K') && kilobytes > 0 ? int64_t{kilobytes} << 10 : 0;
 }
@@ -24,7 +24,7 @@ Cache read_cache(const std::string& folder) {
   if (!read_first_line(folder + "/shared_cpu_list", text) || !parse_list(text, cache.cpus).empty())
     return cache;
   if (!read_first_line(folder + "/type", cache.type)) return cache;
-  if (read_first_line(folder + "/size", text)) cache.size_bytes = size_of(text);
+  if (read_first_line(folder + "/size", text)) cache.size_bytes = kilobytes_of(text);
   return cache;
 }
 

@@ -21,7 +21,6 @@ namespace velmo {
 namespace {
 
 constexpr double kBytesPerMb = 1e6;
-constexpr int32_t kStride = 256;  // bytes between elements of every chain
 
 // Loads of an idle measurement: to warm up, timed as a whole, and timed one by one.
 constexpr uint64_t kWarmUp = 200'000;
@@ -33,8 +32,6 @@ constexpr uint64_t kLoadedLoads = 100'000;
 constexpr uint64_t kLoadedSamples = 40'000;
 // Least time of a step of the staircase, in ns.
 constexpr double kStepNs = 50e6;
-
-double seconds_since(long start) { return static_cast<double>(monotonic_ns() - start) * 1e-9; }
 
 int64_t mapped_bytes(int64_t size, PageSize pages) {
   const int64_t unit = pages == PageSize::k1G ? int64_t{1} << 30 : int64_t{2} << 20;
@@ -58,11 +55,11 @@ class Chain {
         bytes_(plan.chain_bytes) {
     const std::vector<int> own = {plan.latency_cpu};
     lay_rnd_chain_on(plan.setup_cpus.empty() ? own : plan.setup_cpus, buffer_.data(), bytes_,
-                     kStride);
+                     kChainStride);
   }
 
   const void* data() const { return buffer_.data(); }
-  uint64_t elements() const { return static_cast<uint64_t>(bytes_ / kStride); }
+  uint64_t elements() const { return static_cast<uint64_t>(bytes_ / kChainStride); }
   Placement Where(int node) const { return find_placement(buffer_.data(), bytes_, node); }
 
  private:
@@ -270,11 +267,11 @@ MeasuredRepeat MeasureCurve(const CellPlan& plan, double ticks) {
         },
         plan.points);
   }
-  const auto lines = static_cast<uint64_t>(plan.chain_bytes / kStride);
+  const auto lines = static_cast<uint64_t>(plan.chain_bytes / kChainStride);
   for (const int64_t delay : delays) {
     spec.load.delay = static_cast<uint32_t>(delay);
     spec.load.flush = delay == delays.front();
-    flush_lines(chain.data(), lines, kStride);
+    flush_lines(chain.data(), lines, kChainStride);
     const long start = monotonic_ns();
     const LoadedPoint loaded = MeasurePoint(chain.data(), regions.Get(), spec, ticks);
     MeasuredPoint& point = measured.points.emplace_back();

@@ -18,7 +18,6 @@ namespace {
 
 constexpr int64_t kMiB = 1 << 20;
 constexpr int64_t kGrain = 2 * kMiB;
-constexpr int32_t kStride = 256;  // bytes between elements of every chain
 // Memory that holds this many times the last-level caches in play is read from memory.
 constexpr int64_t kCachesCovered = 4;
 // Where no cache is known.
@@ -117,7 +116,7 @@ class Planner {
     }
     std::vector<int> nodes = *asked;
     std::ranges::sort(nodes);
-    nodes.erase(std::ranges::unique(nodes).begin(), nodes.end());
+    nodes.erase(std::unique(nodes.begin(), nodes.end()), nodes.end());
     return nodes;
   }
 
@@ -181,7 +180,7 @@ class Planner {
   // Gives the cell its chain, as large as the caches of its CPU call for.
   void SizeChain(CellPlan& plan) const {
     const int64_t cache = LastLevel({plan.latency_cpu});
-    const int64_t wanted = std::max(kLeastChain, kCachesCovered * cache / kLineBytes * kStride);
+    const int64_t wanted = std::max(kLeastChain, kCachesCovered * cache / kLineBytes * kChainStride);
     plan.chain_bytes = options_.size.value_or(round_up(wanted, kGrain));
     plan.setup_cpus = cpu_numbers(CpusOf(*plan.cell.from.cpu_node));
     const std::optional<int64_t> usable = usable_bytes(plan.memory, plan.pages);
@@ -193,14 +192,14 @@ class Planner {
       }
       plan.chain_bytes = *usable / kGrain * kGrain;
     }
-    if (plan.chain_bytes / kStride * kLineBytes < kCachesCovered * cache) MarkSmall(plan);
+    if (plan.chain_bytes / kChainStride * kLineBytes < kCachesCovered * cache) MarkSmall(plan);
     plan.cell.parameters["buffer_bytes"] = plan.chain_bytes;
     AddChain(plan);
   }
 
   static void AddChain(CellPlan& plan) {
     plan.cell.parameters["pattern"] = "random";
-    plan.cell.parameters["stride_bytes"] = kStride;
+    plan.cell.parameters["stride_bytes"] = kChainStride;
     plan.cell.parameters["cpu"] = plan.latency_cpu;
     plan.cell.from.cpus = std::to_string(plan.latency_cpu);
   }

@@ -17,6 +17,8 @@
 
 namespace velmo {
 
+inline constexpr int32_t kChainStride = 256;  // bytes between elements of every chain
+
 // One load thread: its CPU and the memory that it moves.
 struct LoadSeat {
   int cpu;

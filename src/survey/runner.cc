@@ -23,8 +23,6 @@ constexpr double kHangSeconds = 20;
 // Less of the pages of a buffer on their node is told.
 constexpr double kLeastPlaced = 0.99;
 
-double seconds_since(long start) { return static_cast<double>(monotonic_ns() - start) * 1e-9; }
-
 bool is_clean(const Repeat& repeat) { return !repeat.failed() && repeat.disturbed_by.empty(); }
 
 // At least half as many clean repeats as did not fail: then they alone count (counted_repeats).

@@ -17,7 +17,7 @@ using Row = std::vector<std::string>;
 using Table = std::vector<Row>;
 
 constexpr double kGb = 1e9;
-constexpr double kMiB = 1024.0 * 1024;
+constexpr double kMebibyte = 1024.0 * 1024;
 constexpr char kNone[] = "-";
 
 std::string scope_of(const Cell& cell) { return parameter_text(cell, "scope"); }
@@ -36,8 +36,8 @@ std::string plain_text(const std::optional<double>& value, double unit, int deci
 }
 
 std::string size_text(double bytes) {
-  if (bytes >= 1024 * kMiB) return fixed_text(bytes / kMiB / 1024, 1) + " GiB";
-  if (bytes >= kMiB) return fixed_text(bytes / kMiB, bytes < 10 * kMiB ? 1 : 0) + " MiB";
+  if (bytes >= 1024 * kMebibyte) return fixed_text(bytes / kMebibyte / 1024, 1) + " GiB";
+  if (bytes >= kMebibyte) return fixed_text(bytes / kMebibyte, bytes < 10 * kMebibyte ? 1 : 0) + " MiB";
   return fixed_text(bytes / 1024, 0) + " KiB";
 }
 

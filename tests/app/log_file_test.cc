@@ -33,13 +33,14 @@ TEST(LogFile, IsOpenToAllAndReplacesWhatWasThereOnlyInAFileOfItsOwn) {
     EXPECT_EQ(std::filesystem::status(at + name).permissions(), std::filesystem::perms{0666});
   }
   const std::string victim = dir.Write("victim", "precious");
-  std::filesystem::create_symlink(victim, at + "link");
+  const std::string linked = dir.Write("linked", "precious");
+  std::filesystem::create_symlink(linked, at + "link");
   std::filesystem::create_hard_link(victim, at + "hard_link");
   ASSERT_EQ(mkfifo((at + "fifo").c_str(), 0600), 0);
   for (const char* name : {"link", "hard_link", "fifo", "no/where"}) {
     EXPECT_EQ(WriteLog(at + name), (Outcome{0, "lost", ""})) << name;
   }
-  EXPECT_EQ(ReadAll(victim), "precious");
+  EXPECT_EQ(ReadAll(victim) + ReadAll(linked), "preciousprecious");
 
   const std::string full = at + "full";
   EXPECT_EQ(RunForked([&] {

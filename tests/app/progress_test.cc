@@ -3,13 +3,12 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
-#include <sys/resource.h>
 
 #include <iostream>
 #include <regex>
 #include <thread>
 
-#include "app/signal_handler.h"
+#include "platform/usable.h"
 #include "support/subprocess.h"
 
 namespace velmo {
@@ -18,30 +17,17 @@ namespace {
 using velmo_test::OnTerminal;
 
 // A phase that writes "out" and "err" in its middle, on a line that is drawn every 10 ms.
-// `begin` is called first in it.
-void Wait(
-    const Phase& phase, int fd = STDERR_FILENO, void (*begin)() = [] {}) {
+void Wait(const Phase& phase, int fd = STDERR_FILENO) {
   constexpr std::chrono::milliseconds kOften(10);
   constexpr auto kWait = kOften * 20;
   {
     const Progress progress(phase, {.fd = fd, .first = kOften, .every = kOften});
-    begin();
     std::this_thread::sleep_for(kWait);
     std::cout << "out\n" << std::flush;
     std::this_thread::sleep_for(kWait);
     std::cerr << "err\n";
   }
   std::cout << "end\n" << std::flush;
-}
-
-std::vector<int> OwnCpus() {
-  cpu_set_t set;
-  sched_getaffinity(0, sizeof set, &set);
-  std::vector<int> cpus;
-  for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
-    if (CPU_ISSET(cpu, &set)) cpus.push_back(cpu);
-  }
-  return cpus;
 }
 
 TEST(Progress, IsDrawnAndErasedBeforeAnyOutput) {
@@ -62,7 +48,7 @@ TEST(Progress, IsDrawnAndErasedBeforeAnyOutput) {
     const std::string text = OnTerminal(columns, [&phase = phase] { Wait(phase); });
     EXPECT_TRUE(std::regex_match(text, expected)) << text;
   }
-  unseen([] { Wait({.label = "On a CPU that measures", .measuring = OwnCpus()}); });
+  unseen([] { Wait({.label = "On a CPU that measures", .measuring = usable_cpus()}); });
   unseen([] {
     if (fork() == 0) {
       setpgid(0, 0);
@@ -75,22 +61,6 @@ TEST(Progress, IsDrawnAndErasedBeforeAnyOutput) {
   const std::string file = dir.Write("file", "");
   unseen([&] { Wait({.label = "Not a terminal"}, open(file.c_str(), O_WRONLY)); });
   EXPECT_EQ(velmo_test::ReadAll(file), "");
-}
-
-TEST(Progress, EndsTheLineWhereMemoryEnds) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "the sanitizer's allocator does not live under a limit";
-#endif
-  const std::string text = OnTerminal(80, [] {
-    install_exit_guards();  // whose report of an exception goes past the line
-    alarm(10);
-    const Phase phase{.label = std::string(1 << 26, 'x')};
-    Wait(phase, STDERR_FILENO, [] {
-      const rlimit little{1 << 20, 1 << 20};
-      setrlimit(RLIMIT_DATA, &little);
-    });
-  });
-  EXPECT_EQ(text, "out\r\nerr\r\nend\r\n");
 }
 
 TEST(Progress, KeepsTheStateOfTheStreams) {

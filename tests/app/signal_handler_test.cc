@@ -32,6 +32,8 @@ TEST(SignalHandler, EveryEndPutsTheRegisterBack) {
       {[] { std::raise(SIGTERM); }, 0},
       {[] { std::raise(SIGQUIT); }, 0},
       {[] { std::raise(SIGSEGV); }, 128 + SIGSEGV},
+      {[] { std::raise(SIGHUP); }, 128 + SIGHUP},
+      {[] { std::raise(SIGPIPE), std::exit(1); }, 1},
       {[] { throw std::runtime_error("broken"); }, 128 + SIGABRT, 0x1234, Error("broken")},
       {[] { std::exit(1); }, 1},
       {[] { Recurse(1 << 30); }, 128 + SIGSEGV},

@@ -132,20 +132,28 @@ TEST(LoadBench, SizesBuffers) {
   }
 }
 
-TEST(Bandwidth, PrintsAndLogsWhatItMeasures) {
-  const velmo_test::TempDir dir;
-  const auto outcome = velmo_test::RunForked([&dir] {
+// What a run on `cpus` with the further options of `set` says; its log is in `dir`.
+velmo_test::Outcome RunIn(const velmo_test::TempDir& dir, const std::vector<int>& cpus,
+                          void (*set)(Configurator&)) {
+  return velmo_test::RunForked([&] {
     TestBandwidth b;
-    b.config_.load_cpu = Cpus({0, 0});
+    b.config_.load_cpu = Cpus(cpus);
     b.config_.num_targets = 1;
-    b.config_.mem_size = 3 * kMiB / 2;
-    b.config_.iter = 6;
-    b.config_.read = 2;
-    b.config_.write = 1;
-    b.config_.stream = b.config_.full = true;
+    set(b.config_);
     std::filesystem::current_path(dir.path());
     std::cout << std::fixed << std::setprecision(2);
     b.Run();
+  });
+}
+
+TEST(Bandwidth, PrintsAndLogsWhatItMeasures) {
+  const velmo_test::TempDir dir;
+  const auto outcome = RunIn(dir, {0, 0}, [](Configurator& c) {
+    c.mem_size = 3 * kMiB / 2;
+    c.iter = 6;
+    c.read = 2;
+    c.write = 1;
+    c.stream = c.full = true;
   });
   const std::string id = std::to_string(kHere);
   const std::string lines = "cpu-numa_id: 0\nBW threads cpu_id: " + id +
@@ -179,18 +187,12 @@ TEST(Bandwidth, PrintsAndLogsWhatItMeasures) {
 
 TEST(Bandwidth, DoesAFixedAmountOfWorkForAnAnalyzer) {
   const velmo_test::TempDir dir;
-  const auto outcome = velmo_test::RunForked([&dir] {
-    TestBandwidth b;
-    b.config_.load_cpu = Cpus({0, 0, 0});
-    b.config_.bandwidth_local = 1;
-    b.config_.num_targets = 1;
-    b.config_.mem_size = kMiB;
-    b.config_.use_pa_set = true;
-    b.config_.use_pa = 3;
-    b.config_.read = 1;
-    std::filesystem::current_path(dir.path());
-    std::cout << std::fixed << std::setprecision(2);
-    b.Run();
+  const auto outcome = RunIn(dir, {0, 0, 0}, [](Configurator& c) {
+    c.bandwidth_local = 1;
+    c.mem_size = kMiB;
+    c.use_pa_set = true;
+    c.use_pa = 3;
+    c.read = 1;
   });
   const std::string ready =
       kInfoPrefix + std::string("BW thread setting is complete. ") + "Start Protocol Analyzer.\n\n";

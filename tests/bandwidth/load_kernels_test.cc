@@ -1,18 +1,16 @@
 #include "bandwidth/load_kernels.h"
 
 #include <gtest/gtest.h>
-#include <link.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <regex>
 #include <sstream>
 
-#include "support/subprocess.h"
+#include "support/disassemble.h"
 
 namespace velmo {
 namespace {
 
+using velmo_test::AddressOf;
+using velmo_test::Disassemble;
 using OneBufferKernel = void (*)(void*&, unsigned int, unsigned int);
 
 struct Row {
@@ -36,19 +34,6 @@ const Row kRows[] = {
     {r1p, nullptr, 1, "", 64},          {r1w1p, nullptr, 0, "movdqa", 64},
     {nullptr, r2w1p, 1, "movdqa", 64},  {nullptr, r3w1p, 2, "movdqa", 64},
 };
-
-// The function at `address` in the running program's file: "address:name operands;" and so on.
-std::string Disassemble(uint64_t address) {
-  const std::string command =
-      "objdump -d --no-show-raw-insn --start-address=" + std::to_string(address) +
-      " --stop-address=" + std::to_string(address + 1024) + " /proc/$PPID/exe";
-  const auto text =
-      velmo_test::RunForked([&] { execlp("sh", "sh", "-c", command.c_str(), nullptr); }).out;
-  static const std::regex line(R"( *(\w+):\t(\S+) *(\S*).*\n)");
-  const size_t begin = text.find(">:\n") + 3;
-  return std::regex_replace(text.substr(begin, text.find("\n\n", begin) + 1 - begin), line,
-                            "$1:$2 $3;");
-}
 
 // The loop of a kernel whose pointers are in `src` and `dst`: the accesses of a block, the
 // advances, the spin and, between them, counters in registers.
@@ -75,12 +60,9 @@ std::string Loop(const Row& row, const std::string& src, const std::string& dst)
 }
 
 TEST(LoadKernels, AreTheInstructionsOfTheTable) {
-#if !defined(__OPTIMIZE__) || defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "This build adds instructions of its own.";
-#endif
-  const uint64_t bias = _r_debug.r_map->l_addr;  // between addresses in memory and in the file
+  if (velmo_test::kAddsInstructions) GTEST_SKIP() << "of Release alone";
   for (const Row& row : kRows) {
-    const auto address = reinterpret_cast<uint64_t>(FindKernel(row.shape())) - bias;
+    const uint64_t address = AddressOf(FindKernel(row.shape()));
     const std::string code = Disassemble(address);
     const auto base = [&code](const std::string& argument) {
       std::smatch match;
@@ -91,8 +73,7 @@ TEST(LoadKernels, AreTheInstructionsOfTheTable) {
     EXPECT_TRUE(std::regex_search(code, std::regex(loop))) << code << "\nhas not\n" << loop;
 
     const bool one = row.one != nullptr;
-    const std::string named = Disassemble(
-        (one ? reinterpret_cast<uint64_t>(row.one) : reinterpret_cast<uint64_t>(row.two)) - bias);
+    const std::string named = Disassemble(one ? AddressOf(row.one) : AddressOf(row.two));
     std::ostringstream jump;  // a name with one buffer passes it on as both
     jump << '^' << (one ? R"((\w+:mov %\w+,%\w+;){3})" : "") << R"(\w+:jmp )" << std::hex << address
          << ';';

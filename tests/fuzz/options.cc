@@ -23,19 +23,13 @@ static void CheckValues(const Configurator& c) {
 }
 
 static void CheckBinding(const Configurator& c) {
-  Require(c.load_cpu.size() != 1, "load_cpu");
   for (size_t i = 0; i < c.load_cpu.size(); ++i) {
-    const auto& cpu = c.load_cpu[i];
-    Require(i == 0 || cpu.cpu_id > c.load_cpu[i - 1].cpu_id, "each load CPU once");
-    Require(!c.run_loaded_latency || cpu.cpu_id != c.latency_cpu.cpu_id, "-l leaves -k alone");
+    const int cpu = c.load_cpu[i].cpu_id;
+    Require(i == 0 || cpu > c.load_cpu[i - 1].cpu_id, "each load CPU once");
+    Require(!c.run_loaded_latency || cpu != c.latency_cpu.cpu_id, "-l leaves -k alone");
   }
-  Require(c.bandwidth_local == 0 || (c.latency_cpu.cpu_id == -1 && c.load_cpu.empty()),
-          "a CPU node or CPUs");
   const auto count = static_cast<size_t>(c.num_targets);
   Require(count > 0 && c.memnode_list.size() == count && c.cpunode_list.size() == count, "nodes");
-  const bool addressed = c.mem_mode == velmo::kMemPhysical && !c.no_memnode;
-  Require(c.base_addr.size() == (addressed ? count : 0), "an address a physical target");
-  Require(c.path.empty() == !(c.devdax || c.pmem), "path");
   for (size_t i = 0; i < count; ++i) {
     const int from = c.cpunode_list[i];
     Require(from >= -1 && from <= 1 && c.memnode_list[i] >= -1 && c.memnode_list[i] <= 2, "online");

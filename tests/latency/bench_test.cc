@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "app/console.h"
+#include "latency/nearest_node.h"
 #include "support/subprocess.h"
 
 namespace velmo {
@@ -73,6 +74,16 @@ TEST(Buffer, FailureToMapEndsTheProgram) {
     EXPECT_EQ(outcome, (velmo_test::Outcome{1, "", error}));
   }
   EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+}
+
+TEST(CpuNode, IsTheOneThatMeasuresLeast) {
+  const std::pair<std::vector<double>, int> cases[] = {
+      {{90, 80, 85}, 1}, {{80, 80}, 0}, {{90, 89.9}, 1}, {{1e6, 1e5, 99'999}, 2}, {{1e6, 1e6}, 0}};
+  for (const auto& [latencies, nearest] : cases) {
+    std::vector<ProbingCpu> from;
+    for (size_t n = 0; n < latencies.size(); ++n) from.push_back({static_cast<int>(n), 0});
+    EXPECT_EQ(NearestOf(from, [&](const ProbingCpu& cpu) { return latencies[cpu.node]; }), nearest);
+  }
 }
 
 TEST(CpuNode, IsSearchedOnceWhereUnknownAndAvoidsCpu0) {

@@ -38,20 +38,6 @@ int64_t Count(const std::vector<int64_t>& hist) {
   return std::accumulate(hist.begin(), hist.end(), int64_t{0});
 }
 
-TEST(Chase, TakesAllStepsAndCountsASampleForEach) {
-  lay_chain(memory, 4096, 64, kSequential);
-  std::vector<int64_t> hist(kMaxCycles + 1);
-  for (const uint64_t steps : {0, 1, 100}) {
-    const void* end = memory + steps % 64 * 64;
-    EXPECT_EQ(Chase(memory, steps), end);
-    EXPECT_EQ(ChaseDelayed(memory, steps, 100), end);
-    EXPECT_EQ(Sample(memory, steps, hist.data()), end);
-    EXPECT_EQ(SampleDelayed(memory, steps, 2'000'000, hist.data()), end);
-  }
-  EXPECT_EQ(Count(hist), 2 * 101);
-  EXPECT_GE(hist.back(), 101) << "2 ms are more cycles than the histogram tells apart";
-}
-
 TEST(LatWorker, SamplesAllLapsButOneAndAveragesThePlainPass) {
   // Delayed, under load, chunk, laps (0 stays 0), least samples, samples.
   const std::tuple<bool, bool, int, uint32_t, double, int64_t> cases[] = {

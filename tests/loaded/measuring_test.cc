@@ -45,6 +45,10 @@ TEST(Measuring, HandsItsResultsBackAndTellsNobody) {
     if (std::abs(bandwidth.threads[0] / bandwidth.average - 1) > 1e-9) _exit(4);
     if (point.bandwidth < 64e3 / point.latency.average || point.stride != 256) _exit(5);
     if (point.pattern != kRandom || point.latency.samples != 2000) _exit(6);
+    // The chase moves a line each load, which counts.
+    const LoadedPoint alone = MeasurePoint(
+        chain.data(), {}, {.latency = loaded, .ramp_up = {.window = 0, .most = 0}}, kTicks);
+    if (std::abs(alone.bandwidth * alone.samples.average - 64e3) > 1e-6) _exit(7);
   });
   EXPECT_EQ(outcome, (velmo_test::Outcome{0, "", ""}));
   EXPECT_TRUE(std::filesystem::is_empty(dir.path()));

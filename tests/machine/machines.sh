@@ -55,25 +55,11 @@ machine_default() {
   nvdimm 0 1 512M
 }
 
-# A processor whose prefetcher switches are in a register that the emulator keeps.
+# A processor whose prefetcher switches are in a register that the emulator keeps. Node 2 is as near
+# to node 0 as to node 1.
 machine_core2() {
   processor GenuineIntel 6 23 10
-  three_nodes 30 17
-}
-
-# Node 2 is as near to node 0 as to node 1.
-machine_tie() {
-  unspun GenuineIntel 6
   three_nodes 20 20
-}
-
-# Nodes 0 and 1 with two cores each, of two hyper-threads: CPUs 0 and 1, 2 and 3 and so on.
-machine_threads() {
-  unspun GenuineIntel 6
-  parts+=(-smp 8,sockets=2,cores=2,threads=2 -m 2G)
-  node 0 1G 0
-  node 1 1G 1
-  distance 0 1 21
 }
 
 # Nodes 0 and 1 with two CPUs each, node 3 with memory alone and nearest to node 1. The kernel knows

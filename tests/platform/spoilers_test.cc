@@ -9,7 +9,7 @@
 namespace velmo {
 namespace {
 
-using Texts = std::vector<std::string>;
+using Spoilers = std::vector<std::string>;
 
 // A machine with nothing to complain about.
 constexpr const char* kQuiet[][2] = {
@@ -27,7 +27,7 @@ constexpr const char* kQuiet[][2] = {
 };
 
 // What is found on the quiet machine whose file `name` holds `text` instead; null: does not exist.
-Texts Find(const std::string& name, const char* text) {
+Spoilers Find(const std::string& name, const char* text) {
   const velmo_test::TempDir dir;
   for (const auto& [file, content] : kQuiet) dir.Write(file, content);
   const std::string at = dir.path() + "/";
@@ -46,7 +46,7 @@ Texts Find(const std::string& name, const char* text) {
   from.isolated = at + "isolated";
   from.cpu_time = at + "stat";
   from.wait = [&at] { std::rename((at + "stat_later").c_str(), (at + "stat").c_str()); };
-  Texts found = find_spoilers({{1, 2}, true, true, {4}, name != "bound"}, from);
+  Spoilers found = find_spoilers({{1, 2}, true, true, {4}, name != "bound"}, from);
   for (std::string& line : found) {  // the paths differ from run to run
     for (size_t i; (i = line.find(at)) != std::string::npos;) line.erase(i, at.size());
   }
@@ -55,7 +55,8 @@ Texts Find(const std::string& name, const char* text) {
 
 TEST(Spoilers, AreFoundOneByOne) {
   // Each file as it spoils, where that is not by its absence, and the beginning of what is said.
-  const std::tuple<const char*, const char*, Texts> rows[] = {
+  const char* in_use = "Memory node 4 is in use, 49 % ";
+  const std::tuple<const char*, const char*, Spoilers> rows[] = {
       {"none", "", {}},
       {"msr2", nullptr, {"No msr2: "}},
       {"balancing", "2\n", {"Automatic NUMA balancing is on (2): "}},
@@ -63,18 +64,10 @@ TEST(Spoilers, AreFoundOneByOne) {
       {"governor1", "powersave\n", {"Frequency governor of CPU 1 is powersave, "}},
       {"clock", "hpet\n", {"Clock source is hpet, not tsc: "}},
       {"pages", "[always] madvise never\n", {"Transparent huge pages are set to always: "}},
-      {"node4",
-       "Node 4 MemTotal:  2000 kB\nNode 4 MemFree:  999 kB\n",
-       {"Memory node 4 is in use, 49 % "}},
+      {"node4", "Node 4 MemTotal: 2000 kB\nNode 4 MemFree: 999 kB\n", {in_use}},
       {"node4", "Node 4 MemFree:  999 kB\n", {}},
-      {"node4",
-       "Node 4 MemTotal: 2000 kB\nNode 4 MemFree: 9 kB\nNode 4 FilePages: 1000 kB\n"
-       "Node 4 Shmem: 9 kB\n",
-       {}},
-      {"node4",
-       "Node 4 MemTotal: 2000 kB\nNode 4 MemFree: 9 kB\nNode 4 FilePages: 1000 kB\n"
-       "Node 4 Shmem: 10 kB\n",
-       {"Memory node 4 is in use, 49 % "}},
+      {"node4", "MemTotal: 2000 kB\nMemFree: 9 kB\nFilePages: 1000 kB\nShmem: 9 kB\n", {}},
+      {"node4", "MemTotal: 2000 kB\nMemFree: 9 kB\nFilePages: 1000 kB\nShmem: 10 kB\n", {in_use}},
       {"isolated", "2-3\n", {"Isolated: CPU 2, "}},
       {"isolated", "0-3\n", {"Isolated: CPUs 1-2, "}},
       {"isolated", "\n", {}},
@@ -88,14 +81,14 @@ TEST(Spoilers, AreFoundOneByOne) {
        {"Busy: CPUs 1-2, by up to 100 %: "}},
   };
   for (const auto& [file, text, expected] : rows) {
-    Texts found = Find(file, text);
+    Spoilers found = Find(file, text);
     ASSERT_EQ(found.size(), expected.size()) << file << ' ' << testing::PrintToString(found);
     for (size_t i = 0; i < found.size(); ++i) {
       EXPECT_EQ(found[i].substr(0, expected[i].size()), expected[i]);
     }
   }
   for (size_t i = 2; i < std::size(kQuiet); ++i) {  // but for the registers
-    EXPECT_EQ(Find(kQuiet[i][0], nullptr), Texts()) << kQuiet[i][0];
+    EXPECT_EQ(Find(kQuiet[i][0], nullptr), Spoilers()) << kQuiet[i][0];
   }
 }
 
