@@ -180,7 +180,8 @@ class Planner {
   // Gives the cell its chain, as large as the caches of its CPU call for.
   void SizeChain(CellPlan& plan) const {
     const int64_t cache = LastLevel({plan.latency_cpu});
-    const int64_t wanted = std::max(kLeastChain, kCachesCovered * cache / kLineBytes * kChainStride);
+    const int64_t wanted =
+        std::max(kLeastChain, kCachesCovered * cache / kLineBytes * kChainStride);
     plan.chain_bytes = options_.size.value_or(round_up(wanted, kGrain));
     plan.setup_cpus = cpu_numbers(CpusOf(*plan.cell.from.cpu_node));
     const std::optional<int64_t> usable = usable_bytes(plan.memory, plan.pages);

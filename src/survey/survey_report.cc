@@ -37,7 +37,8 @@ std::string plain_text(const std::optional<double>& value, double unit, int deci
 
 std::string size_text(double bytes) {
   if (bytes >= 1024 * kMebibyte) return fixed_text(bytes / kMebibyte / 1024, 1) + " GiB";
-  if (bytes >= kMebibyte) return fixed_text(bytes / kMebibyte, bytes < 10 * kMebibyte ? 1 : 0) + " MiB";
+  if (bytes >= kMebibyte)
+    return fixed_text(bytes / kMebibyte, bytes < 10 * kMebibyte ? 1 : 0) + " MiB";
   return fixed_text(bytes / 1024, 0) + " KiB";
 }
 

@@ -30,13 +30,16 @@ TEST(Chase, TakesAllStepsAndCountsASampleForEach) {
 TEST(Chase, LoopsHoldALoadAndFencesAloneAroundTheirTime) {
   if (velmo_test::kAddsInstructions) GTEST_SKIP() << "of Release alone";
   const std::string load = R"(\w+:mov (?:0x0)?\((%\w+)\),\1;)";
-  const std::string wait = R"((?:\w+:(?:mov|call|xchg|nop\w*|sub|cmp|jb) [^(;]*(?:\(%rax.*?\))?;)+)";
+  const std::string wait =
+      R"((?:\w+:(?:mov|call|xchg|nop\w*|sub|cmp|jb) [^(;]*(?:\(%rax.*?\))?;)+)";
   const std::string next = R"(\w+:sub \$0x1,%\w+;\w+:jne \w+;)";
   const std::string value = R"(\w+:shl \$0x20,%rdx;\w+:or %rdx,%rax;\w+:lfence ;)";
   const std::string begin = R"(\w+:lfence ;\w+:rdtsc ;)" + value;
-  const std::string end = R"(\w+:rdtscp ;)" + value +
-                          R"((?:\w+:(?:mov|sub|cmp|cmova) [^(;]*;){4}\w+:addq \$0x1,\(%\w+,%rax,8\);)"
-                          R"(\w+:lfence ;\w+:mfence ;)" + next;
+  const std::string end =
+      R"(\w+:rdtscp ;)" + value +
+      R"((?:\w+:(?:mov|sub|cmp|cmova) [^(;]*;){4}\w+:addq \$0x1,\(%\w+,%rax,8\);)"
+      R"(\w+:lfence ;\w+:mfence ;)" +
+      next;
   const std::pair<uint64_t, std::string> loops[] = {
       {velmo_test::AddressOf(Chase), load + next},
       {velmo_test::AddressOf(ChaseDelayed), load + wait + next},
