@@ -1,32 +1,8 @@
 #include "app/clock.h"
 
-#include <algorithm>
-#include <chrono>
 #include <ctime>
 
-#include "app/tsc.h"
-
 namespace velmo {
-namespace {
-
-// Time-stamp-counter ticks per second over a spin of 10 ms.
-double counter_rate_once() {
-  using Clock = std::chrono::steady_clock;
-  constexpr std::chrono::milliseconds kSpin(10);
-  const Clock::time_point start = Clock::now();
-  long start_count;
-  rdtsc(start_count);
-  Clock::time_point now;
-  long count;
-  do {
-    now = Clock::now();
-    rdtsc(count);
-  } while (now < start + kSpin);
-  const std::chrono::duration<double> seconds = now - start;
-  return static_cast<double>(count - start_count) / seconds.count();
-}
-
-}  // namespace
 
 long monotonic_ns() {
   timespec now;
@@ -41,13 +17,6 @@ void usec_sleep(double us) {
   const double end = static_cast<double>(monotonic_ns()) + us * 1000;
   while (end > static_cast<double>(monotonic_ns())) {
   }
-}
-
-double counter_rate() {
-  constexpr int kTrials = 3;
-  double rate = 0;
-  for (int trial = 0; trial < kTrials; ++trial) rate = std::max(rate, counter_rate_once());
-  return rate;
 }
 
 }  // namespace velmo

@@ -14,7 +14,4 @@ double seconds_since(long start);
 // thread keeps its CPU.
 void usec_sleep(double us);
 
-// Ticks per second of the time-stamp counter: the largest of three measurements of 10 ms.
-double counter_rate();
-
 }  // namespace velmo

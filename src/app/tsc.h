@@ -1,4 +1,4 @@
-// Serialised reads of the time-stamp counter.
+// The time-stamp counter: serialised reads, and its rate.
 
 #pragma once
 
@@ -32,5 +32,8 @@ inline void rdtscp(long& t) {
       :
       : "rcx", "cc", "memory");
 }
+
+// Ticks per second of the counter: the largest of three measurements of 10 ms.
+double counter_rate();
 
 }  // namespace velmo

@@ -7,6 +7,7 @@
 #include "app/console.h"
 #include "app/progress.h"
 #include "app/threads.h"
+#include "app/tsc.h"
 #include "config/configurator.h"
 
 namespace velmo {

@@ -10,11 +10,11 @@
 #include <iostream>
 #include <string>
 
-#include "app/clock.h"
 #include "app/console.h"
 #include "app/new_file.h"
 #include "app/text.h"
 #include "app/threads.h"
+#include "app/tsc.h"
 #include "app/version.h"
 #include "platform/prefetch.h"
 #include "survey/commit.h"
