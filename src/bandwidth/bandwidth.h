@@ -4,11 +4,9 @@
 #pragma once
 
 #include <array>
-#include <ostream>
 #include <vector>
 
 #include "bandwidth/load_bench.h"
-#include "bandwidth/measure_bandwidth.h"
 
 namespace velmo {
 
@@ -29,10 +27,7 @@ class Bandwidth : public LoadBench {
  private:
   std::vector<Mix> Workloads() const;
   void MeasureTarget();
-  void PrintSetup() const;
-  void WriteLoadLines(std::ostream& out) const;
   void RunAnalyzer(LoadTeam& team) const;
-  void WriteLog(const Mix& mix, const BandwidthResult& result) const;
 };
 
 }  // namespace velmo

@@ -195,11 +195,14 @@ LoadSpec LoadBench::Load(const Mix& mix) const {
           .passes = config_.use_pa_set ? config_.use_pa : 0};
 }
 
-std::string LoadBench::MixName(const Mix& mix) {
-  std::string name;
-  if (mix.read != 0) name += std::to_string(mix.read) + "r";
-  if (mix.write != 0) name += std::to_string(mix.write) + (mix.stream != 0 ? "wn" : "w");
-  return name;
+LoadSetup LoadBench::Setup() const {
+  return {.config = config_,
+          .target = node_idx_,
+          .nodes = bw_numa_str_,
+          .cpus = bw_cpus_str_,
+          .main_cpu = bw_cpus_.front(),
+          .threads = thread_num_ - 1,
+          .region = buf_size_};
 }
 
 }  // namespace velmo

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "bandwidth/bandwidth_report.h"
 #include "bandwidth/load_team.h"
 #include "latency/bench.h"
 
@@ -53,8 +54,8 @@ class LoadBench : public Bench {
   Mix ConfiguredMix() const;
   LoadSpec Load(const Mix& mix) const;
 
-  // The mix as a part of a log name: "2r1w", "1wn".
-  static std::string MixName(const Mix& mix);
+  // What the console and the logs tell of the load.
+  LoadSetup Setup() const;
 
   // CPUs and regions of the load threads alone.
   std::vector<int> LoadCpus() const { return {bw_cpus_.begin() + 1, bw_cpus_.end()}; }

@@ -8,7 +8,7 @@
 #include "app/clock.h"
 #include "app/console.h"
 #include "config/advice.h"
-#include "latency/nearest_node.h"
+#include "latency/probe_nearest_node.h"
 #include "platform/text_file.h"
 
 namespace velmo {

@@ -10,10 +10,10 @@
 
 #include "app/clock.h"
 #include "app/console.h"
+#include "config/memory_report.h"
 #include "latency/latency_report.h"
 #include "latency/latency_thread.h"
-#include "mem/memory_report.h"
-#include "platform/prefetchers_off.h"
+#include "platform/prefetch.h"
 
 namespace velmo {
 namespace {

@@ -7,7 +7,7 @@
 
 #include "app/console.h"
 #include "app/log_file.h"
-#include "mem/memory_report.h"
+#include "config/memory_report.h"
 
 namespace velmo {
 namespace {

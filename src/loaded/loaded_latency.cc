@@ -12,7 +12,7 @@
 #include "latency/lat_worker.h"
 #include "loaded/delay_sweep.h"
 #include "loaded/measure_point.h"
-#include "platform/prefetchers_off.h"
+#include "platform/prefetch.h"
 
 namespace velmo {
 namespace {
@@ -57,7 +57,7 @@ void LoadedLatency::MeasureTarget() {
     const Progress progress = ShowZeroing(2 * buf_size_ * (thread_num_ - 1));
     AllocBuffers(lat_size_);
   }
-  WriteHeader(std::cout);
+  WriteLoadedSetup(std::cout, ReportSetup());
   {
     const PrefetchersOff prefetchers(lat_cpu_.cpu_id);
     ChoosePattern(prefetchers.off(), lat_size_, chase_);
@@ -100,6 +100,18 @@ LoadedLatency::Result LoadedLatency::Measure(unsigned int delay) {
                       latency.p99, latency.p99_9, latency.overhead});
   WritePoint(std::cout, results_.back(), config_.verbose == 2);
   return results_.back();
+}
+
+void LoadedLatency::PrintResult() {
+  std::sort(results_.begin(), results_.end(),
+            [](const Result& a, const Result& b) { return a.delay < b.delay; });
+  std::cout << "\nFinal Results\n";
+  WritePoints(std::cout, results_, config_.verbose == 2 ? "overhead: " : nullptr);
+  if (config_.verbose >= 1) LogPoints(ReportSetup(), results_);
+}
+
+LoadedSetup LoadedLatency::ReportSetup() const {
+  return {.load = Setup(), .cpu = lat_cpu_, .size = lat_size_, .stride = chase_.stride};
 }
 
 void LoadedLatency::Sweep() {

@@ -3,7 +3,6 @@
 
 #pragma once
 
-#include <ostream>
 #include <vector>
 
 #include "bandwidth/load_bench.h"
@@ -40,8 +39,7 @@ class LoadedLatency : public LoadBench {
   // The wait for the rest of a sweep that began at `start`, whose next point is that of `delay`.
   Phase SweepPhase(int points_ahead, unsigned int delay, long start) const;
 
-  void WriteHeader(std::ostream& out) const;
-  void WriteLog() const;
+  LoadedSetup ReportSetup() const;
 
   NumaInfo::cpu_ctx lat_cpu_{};
   int64_t lat_size_ = 0;  // bytes of the latency buffer

@@ -1,17 +1,36 @@
-// The points of a loaded-latency sweep on the console and in the log.
-
 #include "loaded/loaded_report.h"
 
 #include <algorithm>
-#include <iostream>
 #include <string>
 
-#include "app/console.h"
 #include "app/log_file.h"
-#include "loaded/loaded_latency.h"
-#include "mem/memory_report.h"
+#include "config/memory_report.h"
 
 namespace velmo {
+
+void WriteLoadedSetup(std::ostream& out, const LoadedSetup& setup) {
+  const LoadSetup& load = setup.load;
+  const Configurator& config = load.config;
+  out << "memory size (for latency)  : " << static_cast<double>(setup.size) / kBytesPerMiB
+      << " MiB\n"
+      << "memory size (for bandwidth): " << static_cast<double>(load.region) / kBytesPerMiB
+      << " MiB/thread\n"
+      << "chunk size : " << config.chunk * 8 << " Byte\n"
+      << "stride size: " << setup.stride << " Byte\n"
+      << "latency thread cpu-numa_id: " << setup.cpu.numa_id << '\n'
+      << "latency thread cpu_id : " << setup.cpu.cpu_id << '\n'
+      << "BW threads cpu-numa_id: " << load.nodes << '\n'
+      << "BW threads cpu_id: " << load.cpus << '\n'
+      << "main thread cpu_id: " << load.main_cpu << '\n';
+  write_memory_line(out, config, static_cast<int>(load.target), "latency base addr  : 0x");
+  if (config.mem_mode == kMemPhysical) {
+    out << "\nbandwidth base addr: 0x" << std::hex << config.base_addr[load.target] + setup.size
+        << std::dec;
+  }
+  out << "\nthe number of BW threads: " << load.threads << '\n'
+      << "\nRead Ratio: " << config.read << " Write Ratio: " << config.write << '\n';
+  if (config.stream) out << "Using non-temporal write\n";
+}
 
 void WritePoint(std::ostream& out, const LoadedResult& point, bool overhead) {
   out << "Delay: " << static_cast<unsigned int>(point.delay)
@@ -41,48 +60,21 @@ void WritePoints(std::ostream& out, const std::vector<LoadedResult>& points,
   out.precision(2);
 }
 
-void LoadedLatency::PrintResult() {
-  std::sort(results_.begin(), results_.end(),
-            [](const Result& a, const Result& b) { return a.delay < b.delay; });
-  std::cout << "\nFinal Results\n";
-  WritePoints(std::cout, results_, config_.verbose == 2 ? "overhead: " : nullptr);
-  if (config_.verbose >= 1) WriteLog();
-}
-
-void LoadedLatency::WriteHeader(std::ostream& out) const {
-  out << "memory size (for latency)  : " << static_cast<double>(lat_size_) / kBytesPerMiB
-      << " MiB\n"
-      << "memory size (for bandwidth): " << static_cast<double>(buf_size_) / kBytesPerMiB
-      << " MiB/thread\n"
-      << "chunk size : " << config_.chunk * 8 << " Byte\n"
-      << "stride size: " << chase_.stride << " Byte\n"
-      << "latency thread cpu-numa_id: " << lat_cpu_.numa_id << '\n'
-      << "latency thread cpu_id : " << lat_cpu_.cpu_id << '\n'
-      << "BW threads cpu-numa_id: " << bw_numa_str_ << '\n'
-      << "BW threads cpu_id: " << bw_cpus_str_ << '\n'
-      << "main thread cpu_id: " << bw_cpus_.front() << '\n';
-  write_memory_line(out, config_, static_cast<int>(node_idx_), "latency base addr  : 0x");
-  if (config_.mem_mode == kMemPhysical) {
-    out << "\nbandwidth base addr: 0x" << std::hex << config_.base_addr[node_idx_] + lat_size_
-        << std::dec;
-  }
-  out << "\nthe number of BW threads: " << thread_num_ - 1 << '\n'
-      << "\nRead Ratio: " << config_.read << " Write Ratio: " << config_.write << '\n';
-  if (config_.stream) out << "Using non-temporal write\n";
-}
-
-void LoadedLatency::WriteLog() const {
-  const std::string stem = config_.output.empty()
-                               ? "mem" + std::to_string(node_idx_) + "_loaded-lat_result_"
-                               : config_.output;
-  LogFile log(stem + MixName(ConfiguredMix()) + "_" + time_stamp() + ".txt");
+void LogPoints(const LoadedSetup& setup, const std::vector<LoadedResult>& points) {
+  const LoadSetup& load = setup.load;
+  const Configurator& config = load.config;
+  const std::string stem = config.output.empty()
+                               ? "mem" + std::to_string(load.target) + "_loaded-lat_result_"
+                               : config.output;
+  LogFile log(stem + mix_name({config.read, config.write, config.stream ? 1 : 0}) + "_" +
+              time_stamp() + ".txt");
   log << std::fixed;
   log.precision(2);
   log << "Loaded-Latency\n";
-  if (config_.full) log << "Using Full Instruction\n";
-  WriteHeader(log);
+  if (config.full) log << "Using Full Instruction\n";
+  WriteLoadedSetup(log, setup);
   log << "\nResults\n";
-  WritePoints(log, results_, config_.verbose == 2 ? "    overhead: " : nullptr);
+  WritePoints(log, points, config.verbose == 2 ? "    overhead: " : nullptr);
 }
 
 }  // namespace velmo

@@ -1,10 +1,12 @@
-// The points of a loaded-latency sweep on the console and in the log.
+// The points of a loaded-latency sweep on the console and in its log file.
 
 #pragma once
 
 #include <cstdint>
 #include <ostream>
 #include <vector>
+
+#include "bandwidth/bandwidth_report.h"
 
 namespace velmo {
 
@@ -19,6 +21,17 @@ struct LoadedResult {
   double overhead;  // cost of timing a sample
 };
 
+// What the points of a memory target are measured with.
+struct LoadedSetup {
+  LoadSetup load;
+  NumaInfo::cpu_ctx cpu;  // that measures latency
+  int64_t size;           // of its buffer, in bytes
+  int32_t stride;         // of its chain, in bytes
+};
+
+// The lines of the set-up, on the console and in the log.
+void WriteLoadedSetup(std::ostream& out, const LoadedSetup& setup);
+
 // The lines of a point right after it was measured; `overhead`: with the cost of timing.
 void WritePoint(std::ostream& out, const LoadedResult& point, bool overhead);
 
@@ -26,5 +39,8 @@ void WritePoint(std::ostream& out, const LoadedResult& point, bool overhead);
 // before the cost of timing; null: that is left out.
 void WritePoints(std::ostream& out, const std::vector<LoadedResult>& points,
                  const char* overhead_label);
+
+// The log file: set-up and points.
+void LogPoints(const LoadedSetup& setup, const std::vector<LoadedResult>& points);
 
 }  // namespace velmo

@@ -1,8 +1,6 @@
 #include "mem/mapping.h"
 
 #include <fcntl.h>
-#include <numa.h>
-#include <numaif.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,6 +10,7 @@
 #include <vector>
 
 #include "app/failure.h"
+#include "mem/bind.h"
 #include "mem/target.h"
 
 namespace velmo {
@@ -90,14 +89,7 @@ void mmap_numa(void*& addr, long len, int node, bool no_bind, PageSize pages) {
   // Where the kernel has no transparent huge pages, it has nothing to be advised of either.
   if (pages == PageSize::k4K) madvise(addr, len, MADV_NOHUGEPAGE);
   if (pages == PageSize::kThp) madvise(addr, len, MADV_HUGEPAGE);
-  if (no_bind) return;
-
-  bitmask* nodes = numa_allocate_nodemask();
-  numa_bitmask_setbit(nodes, node);
-  if (mbind(addr, len, MPOL_BIND, nodes->maskp, nodes->size + 1, MPOL_MF_STRICT) < 0) {
-    Fatal() << "Failed to allocate memory on " << node << " node\n";
-  }
-  numa_bitmask_free(nodes);
+  if (!no_bind) bind_to_node(addr, len, node);
 }
 
 void mmap_devmem(void*& addr, long base, long len, bool sync, long offset) {

@@ -20,8 +20,8 @@ enum class PageSize {
   k1G,
 };
 
-// Anonymous memory of `len` bytes, bound to `node` (mbind, MPOL_BIND) unless `no_bind`: then its
-// pages follow the policy of the thread that touches them first.
+// Anonymous memory of `len` bytes, bound to `node` (mem/bind.h) unless `no_bind`: then its pages
+// follow the policy of the thread that touches them first.
 void mmap_numa(void*& addr, long len, int node, bool no_bind, PageSize pages = PageSize::kSystem);
 
 // `len` bytes of physical memory at `base + offset` (/dev/mem), uncached with `sync` where the

@@ -43,4 +43,20 @@ bool rollback_msr();
 // The same, with one more warning where it fails: what has to happen before any end of a run.
 void restore_msr();
 
+// The prefetchers of one CPU, off for as long as an object lives.
+class PrefetchersOff {
+ public:
+  // Switches the prefetchers of `cpu` off, where its registers can be reached (disable_prefetch).
+  explicit PrefetchersOff(int cpu) : off_(disable_prefetch(cpu)) {}
+  // Puts them back; a failure is a warning.
+  ~PrefetchersOff() { restore_msr(); }
+  PrefetchersOff(const PrefetchersOff&) = delete;
+  PrefetchersOff& operator=(const PrefetchersOff&) = delete;
+
+  bool off() const { return off_; }
+
+ private:
+  bool off_;
+};
+
 }  // namespace velmo

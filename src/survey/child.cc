@@ -19,7 +19,7 @@
 #include "app/signal_handler.h"
 #include "app/text.h"
 #include "app/threads.h"
-#include "platform/prefetchers_off.h"
+#include "platform/prefetch.h"
 #include "platform/text_file.h"
 #include "survey/record_json.h"
 

@@ -33,7 +33,7 @@ struct TestBandwidth final : Bandwidth {
     free_mem_ = 2 * kMiB;
     caches_.folder_fmt = "";  // of any machine
   }
-  using LoadBench::ChooseLoadCpus, LoadBench::MixName, LoadBench::SizeBuffers,
+  using LoadBench::ChooseLoadCpus, LoadBench::SizeBuffers,
       LoadBench::StartLoadSpinners;
 };
 

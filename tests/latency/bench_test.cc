@@ -7,7 +7,7 @@
 #include <fstream>
 
 #include "app/console.h"
-#include "latency/nearest_node.h"
+#include "latency/probe_nearest_node.h"
 #include "support/subprocess.h"
 
 namespace velmo {

@@ -1,4 +1,4 @@
-#include "mem/memory_report.h"
+#include "config/memory_report.h"
 
 namespace velmo {
 

@@ -1,4 +1,4 @@
-#include "latency/nearest_node.h"
+#include "latency/probe_nearest_node.h"
 
 #include <algorithm>
 
