@@ -113,9 +113,9 @@ void set_iter(Configurator& c, const char* argument) {
 
 void set_thread(Configurator& c, const char* argument) {
   const int count = parse_number(argument, "Invalid thread: ");
-  const long online = sysconf(_SC_NPROCESSORS_ONLN);
-  if (count < 2 || count > online) {
-    Fatal() << "Invalid thread. (2 <= thread <= " << online << "): " << argument << '\n';
+  const long usable = c.numa_info.UsableCount();
+  if (count < 2 || count > usable) {
+    Fatal() << "Invalid thread. (2 <= thread <= " << usable << "): " << argument << '\n';
   }
   c.thread = count;
 }

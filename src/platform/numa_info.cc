@@ -118,6 +118,11 @@ bool NumaInfo::IsUsable(int cpu) const {
   return usable_cpus.empty() || std::ranges::binary_search(usable_cpus, cpu);
 }
 
+long NumaInfo::UsableCount() const {
+  return usable_cpus.empty() ? sysconf(_SC_NPROCESSORS_ONLN)
+                             : static_cast<long>(usable_cpus.size());
+}
+
 void NumaInfo::PushNumaList(int node, bool read_cpulist) {
   numa_list_elem elem;
   if (!read_cpulist) {

@@ -53,6 +53,9 @@ class NumaInfo {
   // Whether the process may be pinned to `cpu`. True where that is not known.
   bool IsUsable(int cpu) const;
 
+  // How many CPUs the process may be pinned to; where that is not known, those that are online.
+  long UsableCount() const;
+
   // Prints every node, offline placeholders included, on standard output.
   void PrintInfo() const;
 
