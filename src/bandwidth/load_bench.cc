@@ -1,7 +1,10 @@
 #include "bandwidth/load_bench.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <limits>
+#include <string>
 
 #include "app/console.h"
 #include "app/text.h"
@@ -14,6 +17,9 @@ constexpr int64_t kMiB = int64_t{1} << 20;
 
 // Region of a load thread on memory whose free size is not known.
 constexpr int64_t kDeviceRegion = 100 * kMiB;
+
+// Fewer blocks than these in a second of a thread, and no figure tells the load.
+constexpr int32_t kFewBlocks = 100;
 
 std::vector<int> sorted_unique(std::vector<int> values) {
   std::sort(values.begin(), values.end());
@@ -65,8 +71,10 @@ void LoadBench::ChooseLoadCpus(const NumaInfo::cpu_ctx* reserved) {
   const int candidates = static_cast<int>(cpus.size());
   thread_num_ = config_.thread == -1 ? candidates : config_.thread;
   if (thread_num_ > candidates) {
-    Warn() << "The number of online cpu is less than -j (--thread) argument\n"
-           << "                Maximum online cpu: " << candidates << '\n';
+    const bool all = config_.numa_info.UsableCount() >= sysconf(_SC_NPROCESSORS_ONLN);
+    const char* kind = all ? "online" : "usable";
+    Warn() << "The number of " << kind << " cpu is less than -j (--thread) argument\n"
+           << "                Maximum " << kind << " cpu: " << candidates << '\n';
     thread_num_ = candidates;
   }
   cpus.resize(thread_num_);
@@ -128,6 +136,8 @@ void LoadBench::SizeBuffers(const std::vector<Mix>& mixes, int64_t free, int64_t
     buf_size_ = device ? kDeviceRegion : free / regions / kBufferGrain * kBufferGrain;
   }
   EnsurePass(mixes, device ? std::numeric_limits<int64_t>::max() : free);
+  WarnIfLowered("The size of each of " + std::to_string(regions) + " regions", config_.mem_size,
+                buf_size_);
   buf_size_ -= buf_size_ % kLineBytes;  // regions begin and end with a line
 }
 
@@ -153,8 +163,18 @@ void LoadBench::EnsurePass(const std::vector<Mix>& mixes, int64_t free) {
   buf_size_ = raised;
 }
 
+void LoadBench::WarnOfDelay(const LoadPlan& plan) const {
+  if (plan.kernel == nullptr || config_.bw_delay <= 0) return;
+  const int32_t blocks = 1000L * kTurnsPerMs / config_.bw_delay;
+  if (blocks >= kFewBlocks) return;
+  Warn() << "A delay of " << config_.bw_delay << " turns leaves each load thread about " << blocks
+         << " blocks of " << plan.pass_bytes / kBlocksPerPass
+         << " Byte a second, too few for MB/s to tell. Choose a smaller one with -D\n";
+}
+
 void LoadBench::WarnOfLoad(const std::vector<Mix>& mixes, bool delayed) {
   static bool told = false;
+  WarnOfDelay(LoadPlan(mixes.front(), config_.full, kBlocksPerPass));
   int64_t touched = std::numeric_limits<int64_t>::max();
   for (const Mix& mix : mixes) {
     const LoadPlan plan(mix, config_.full, kBlocksPerPass);

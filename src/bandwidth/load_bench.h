@@ -41,8 +41,8 @@ class LoadBench : public Bench {
   void SizeBuffers(const std::vector<Mix>& mixes, int64_t free, int64_t reserved);
 
   // Warns of what in the load of `mixes` would measure something else than memory under that load:
-  // regions that the caches hold and, told once a run of `delayed` load, a delay that hardly lowers
-  // it.
+  // regions that the caches hold, a delay that leaves next to none of it and, told once a run of
+  // `delayed` load, one that hardly lowers it.
   void WarnOfLoad(const std::vector<Mix>& mixes, bool delayed);
 
   // Every buffer is mapped and first touched on the CPU that will use it. In a physical range the
@@ -65,6 +65,7 @@ class LoadBench : public Bench {
   std::vector<NumaInfo::cpu_ctx> CandidateCpus();
   static void LeaveOutSiblings(const NumaInfo::cpu_ctx& measuring,
                                std::vector<NumaInfo::cpu_ctx>& cpus);
+  void WarnOfDelay(const LoadPlan& plan) const;
   void EnsurePass(const std::vector<Mix>& mixes, int64_t free);
 
   std::vector<int> load_nodes_;  // of all threads and the reserved CPU, rising

@@ -13,15 +13,12 @@ KernelShape shape_of(const Mix& mix, bool full) {
   return {explicit_reads, store, stream || full};
 }
 
-// Turns of the delay in a pass, about one a cycle: less than a millisecond at 2 GHz.
-constexpr int32_t kTurnsPerPass = 2'000'000;
-
 }  // namespace
 
 int32_t blocks_of_pass(uint32_t delay) {
   const auto turns = static_cast<int32_t>(delay);
   if (turns <= 0) return kBlocksPerPass;
-  return std::clamp(kTurnsPerPass / turns, 1, kBlocksPerPass);
+  return std::clamp(kTurnsPerMs / turns, 1, kBlocksPerPass);
 }
 
 LoadPlan::LoadPlan(const Mix& mix, bool full, int32_t blocks_per_pass)

@@ -101,7 +101,7 @@ int Bench::FindNearestCpuNode() {
     if (!cpus.empty()) probing.push_back({static_cast<int>(n), cpus.front().cpu_id});
   }
   if (probing.empty()) {
-    Fatal() << "Failed to find a CPU: no node lists one that is online. Check "
+    Fatal() << "Failed to find a CPU: no node lists one that may be used. Check "
             << numbered_path(config_.numa_info.cpulist_fmt, 0) << '\n';
   }
 
@@ -180,6 +180,13 @@ void Bench::WarnIfCached(const std::string& who, int64_t bytes, std::vector<int>
   Warn() << who << " touches " << bytes / kKiB << " KiB of memory, less than " << kCachesCovered
          << " times the " << cache / kKiB << " KiB of last-level cache of its CPUs: the result is "
          << "that of caches, in part. " << advice << '\n';
+}
+
+void Bench::WarnIfLowered(const std::string& what, int64_t wanted, int64_t size) {
+  constexpr int64_t kMiB = int64_t{1} << 20;
+  if (size >= wanted) return;
+  Warn() << what << " is lowered from " << (wanted + kMiB - 1) / kMiB << " MiB to " << size / kMiB
+         << " MiB: no more of the memory is free\n";
 }
 
 void Bench::CheckHoldsStride(int64_t size, int32_t stride) {

@@ -90,6 +90,9 @@ class Bench {
   void WarnIfCached(const std::string& who, int64_t bytes, std::vector<int> cpus,
                     const std::string& advice = "Increase the size with -m");
 
+  // Warns where `size` is less than was `wanted` of `what`, in bytes.
+  static void WarnIfLowered(const std::string& what, int64_t wanted, int64_t size);
+
   // exit(1) when `size` bytes do not hold one `stride`.
   static void CheckHoldsStride(int64_t size, int32_t stride);
 

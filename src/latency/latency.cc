@@ -80,13 +80,9 @@ void Latency::MeasureTarget() {
 }
 
 void Latency::LowerSize() {
-  constexpr int64_t kMiB = 1 << 20;
   const int64_t wanted = config_.mem_size;
   config_.mem_size = std::min(wanted, free_mem_);
-  if (config_.mem_size < wanted) {
-    Warn() << "Memory size is lowered from " << wanted / kMiB << " MiB to "
-           << config_.mem_size / kMiB << " MiB: no more of the memory is free\n";
-  }
+  WarnIfLowered("Memory size", wanted, config_.mem_size);
 }
 
 // One spinning thread a node, away from the measuring core where the node has another.

@@ -44,9 +44,8 @@ void LoadedLatency::MeasureTarget() {
   if (lat_size_ == 0) {
     Fatal() << "Not enough free memory for the latency buffer: " << free << " Byte\n";
   }
-  if (lat_size_ < kDefaultBuffer && config_.mem_mode != kMemPhysical) {
-    Warn() << "The latency buffer is lowered from " << (kDefaultBuffer >> 20) << " MiB to "
-           << (lat_size_ >> 20) << " MiB: no more of the memory is free\n";
+  if (config_.mem_mode != kMemPhysical) {
+    WarnIfLowered("The latency buffer", kDefaultBuffer, lat_size_);
   }
   chase_ = ChaseSpec(lat_cpu_);
   SizeBuffers({ConfiguredMix()}, free, lat_size_);

@@ -33,8 +33,7 @@ struct TestBandwidth final : Bandwidth {
     free_mem_ = 2 * kMiB;
     caches_.folder_fmt = "";  // of any machine
   }
-  using LoadBench::ChooseLoadCpus, LoadBench::SizeBuffers,
-      LoadBench::StartLoadSpinners;
+  using LoadBench::ChooseLoadCpus, LoadBench::SizeBuffers, LoadBench::StartLoadSpinners;
 };
 
 TEST(LoadBench, ChoosesCpusAndKeepsNodesBelowThemAwake) {
@@ -105,7 +104,13 @@ TEST(LoadBench, SizesBuffers) {
   } cases[] = {
       {1, kMiB, 4 * kMiB, {r1}, kMiB, ""},
       {1, kMiB + 1, 4 * kMiB + 3, {r1}, 0, full + lack + "1:0, which needs 2 MiB"},
-      {1, 9 * kMiB, 21 * kMiB, {r1}, 4 * kMiB, full},
+      {1,
+       9 * kMiB - 1,
+       21 * kMiB,
+       {r1},
+       4 * kMiB,
+       full + Warning("The size of each of 4 regions is lowered from 9 MiB to 4 MiB: no more of "
+                      "the memory is free")},
       {1, -1, 21 * kMiB, {r1}, 4 * kMiB, ""},
       {1, -1, 0, {r1}, 0, lack},
       {4, -1, 0, {r1}, 100 * kMiB, ""},

@@ -38,6 +38,12 @@ TEST(LoadPlan, ChoosesTheKernelAndCountsLines) {
   }
 }
 
+TEST(LoadPlan, KeepsAPassNearAMillisecond) {
+  const std::pair<uint32_t, int32_t> cases[] = {{0, 1024},    {1, 1024},      {1953, 1024},
+                                                {2000, 1000}, {3'000'000, 1}, {1U << 31, 1024}};
+  for (const auto& [delay, blocks] : cases) EXPECT_EQ(blocks_of_pass(delay), blocks) << delay;
+}
+
 // Works in two regions that lie between pages that must not be touched.
 void Walk(const Mix& mix, bool full, int half_passes) {
   SCOPED_TRACE(std::to_string(mix.read) + ":" + std::to_string(mix.write));

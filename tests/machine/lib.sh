@@ -101,9 +101,12 @@ msr() {
 }
 
 # bound_pages NODE: where the pages of the memory that is bound to the node lie, as in "N2:4096 ".
-bound_pages() {
-  awk -v policy="bind:$1" '
-    $2 == policy {
+bound_pages() { pages "bind:$1" 0; }
+
+# pages POLICY LEAST: those of mappings of that policy, each of LEAST pages or more.
+pages() {
+  awk -v policy="$1" -v least="$2" '
+    $2 == policy && match($0, / anon=[0-9]+/) && substr($0, RSTART + 6) + 0 >= least {
       for (i = 3; i <= NF; ++i)
         if ($i ~ /^N[0-9]+=/ && split($i, part, "=")) count[part[1]] += part[2]
     }

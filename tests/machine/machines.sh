@@ -62,6 +62,15 @@ machine_core2() {
   three_nodes 20 20
 }
 
+# Nodes 0 and 1 with two cores each, of two hyper-threads: CPUs 0 and 1, 2 and 3 and so on.
+machine_threads() {
+  unspun GenuineIntel 6
+  parts+=(-smp 8,sockets=2,cores=2,threads=2 -m 2G)
+  node 0 1G 0
+  node 1 1G 1
+  distance 0 1 21
+}
+
 # Nodes 0 and 1 with two CPUs each, node 3 with memory alone and nearest to node 1. The kernel knows
 # node 2 by its NVDIMM, which does not bring it online: a gap in the numbers.
 machine_gap() {
