@@ -33,8 +33,8 @@ constexpr uint64_t kPrefetchersOff = 0x2F;
 // Models 0xAD and 0xAE add bits 6-8.
 constexpr uint64_t kPrefetchersOffWide = 0x1EF;
 
-// The device of the changed register, locked: another run would take the changed value for the one
-// to put back. -1: none is. The kernel lets the lock go however the run ends.
+// The device of the saved register, locked: another run would take a changed value for the one to
+// put back. -1: none is. The kernel lets the lock go however the run ends.
 volatile std::sig_atomic_t locked = -1;
 
 class MsrFile {
@@ -80,6 +80,13 @@ uint64_t off_value(uint64_t old_value) {
   return cpu_model == 0xAD || cpu_model == 0xAE ? kPrefetchersOffWide : kPrefetchersOff;
 }
 
+// Nothing is changed.
+void forget() {
+  store_cpu_id = -1;
+  if (locked != -1) close(locked);
+  locked = -1;
+}
+
 }  // namespace
 
 void find_offset(const CpuInfo& cpu) {
@@ -102,7 +109,7 @@ void find_offset(const CpuInfo& cpu) {
 
 PrefetchRegister prefetch_register() { return {offset, off_value(0)}; }
 
-bool disable_prefetch(int cpu) {
+bool save_prefetch(int cpu) {
   // What a register holds while it is changed is not worth saving.
   if (!rollback_msr()) return false;
   MsrFile msr(cpu);
@@ -117,15 +124,21 @@ bool disable_prefetch(int cpu) {
   uint64_t old_value = 0;
   if (!msr.Read(offset, old_value)) return fail("Failed to read msr.\n");
   store_msr = old_value;
-  // Noted first: a handler that comes between the two writes what is still there.
+  // Noted before the register is changed: a handler that comes between the two writes what is still
+  // there.
   store_cpu_id = cpu;
-  if (msr.Write(offset, off_value(old_value))) {
-    locked = msr.Release();
-    return true;
-  }
-  store_cpu_id = -1;
+  locked = msr.Release();
+  return true;
+}
+
+bool switch_saved_off() {
+  const uint64_t value = off_value(store_msr);
+  if (pwrite(locked, &value, sizeof value, static_cast<off_t>(offset)) == sizeof value) return true;
+  forget();
   return fail("Failed to write msr.\n");
 }
+
+bool disable_prefetch(int cpu) { return save_prefetch(cpu) && switch_saved_off(); }
 
 bool rollback_msr() {
   const int cpu = store_cpu_id;
@@ -133,9 +146,7 @@ bool rollback_msr() {
   const MsrFile msr(cpu);
   if (!msr.IsOpen() || offset == 0) return fail("Failed to access msr.\n");
   if (!msr.Write(offset, store_msr)) return fail("Failed to write msr.\n");
-  store_cpu_id = -1;
-  if (locked != -1) close(locked);
-  locked = -1;
+  forget();
   return true;
 }
 

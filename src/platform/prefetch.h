@@ -35,6 +35,13 @@ PrefetchRegister prefetch_register();
 // changed then. A register that is still changed is put back first.
 bool disable_prefetch(int cpu);
 
+// The two halves of it, for a process that another one is to outlive. The first saves the register
+// and changes nothing; rollback_msr() puts back what the second, in this process or in one that is
+// forked from it meanwhile, has changed.
+bool save_prefetch(int cpu);
+// False, after a warning, when the saved register cannot be written.
+bool switch_saved_off();
+
 // Writes the saved value back. True when it was written or nothing was changed; false after a
 // warning. Waits for no lock and allocates nothing (snprintf of a number does not, in
 // glibc), so a signal handler may call it.

@@ -12,7 +12,6 @@
 #include <cstring>
 #include <exception>
 #include <iostream>
-#include <memory>
 
 #include "app/clock.h"
 #include "app/console.h"
@@ -61,8 +60,12 @@ bool write_all(int fd, const std::string& text) {
   return true;
 }
 
-// The life of a child: it answers to its parent's end, not to the terminal.
-[[noreturn]] void run_child(const CellPlan& plan, double ticks, int parent, int out, int err) {
+constexpr char kPrefetchersOff[] = "prefetchers_off";
+
+// The life of a child: it answers to its parent's end, not to the terminal. A register is `saved`
+// by both, but changed here alone, and only once the end of the parent would be told.
+[[noreturn]] void run_child(const CellPlan& plan, double ticks, int parent, bool saved, int out,
+                            int err) {
   std::signal(SIGTERM, signal_handler);
   for (const int signum : {SIGINT, SIGQUIT, SIGTSTP, SIGHUP}) std::signal(signum, SIG_IGN);
   prctl(PR_SET_PDEATHSIG, SIGTERM);
@@ -73,8 +76,10 @@ bool write_all(int fd, const std::string& text) {
   const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
   if (nowhere >= 0) dup2(nowhere, STDOUT_FILENO);
   try {
-    const std::string text = to_json(measure_cell(plan, ticks)).dump();
-    const bool sent = write_all(out, text);
+    const bool off = saved && switch_saved_off();
+    Json json = to_json(measure_cell(plan, ticks));
+    json[kPrefetchersOff] = off;
+    const bool sent = write_all(out, json.dump());
     restore_msr();  // the parent does so, too, unless it was killed meanwhile
     if (sent) _exit(0);
   } catch (const std::exception& failure) {
@@ -169,18 +174,14 @@ ChildResult measure_in_child(const CellPlan& plan, double ticks_per_second, doub
   const Descriptor in(ends[0]);
   Descriptor out(ends[1]);
 
-  std::unique_ptr<PrefetchersOff> prefetchers;
   const sigset_t set = noted_set();
   sigset_t waiting;
   sigprocmask(SIG_BLOCK, &set, &waiting);
-  if (may_switch(plan, stuck)) {
-    prefetchers = std::make_unique<PrefetchersOff>(plan.latency_cpu);
-    result.prefetchers_off = prefetchers->off();
-    if (!prefetchers->off()) stuck.insert(plan.latency_cpu);
-  }
+  const bool wanted = may_switch(plan, stuck);
+  const bool saved = wanted && save_prefetch(plan.latency_cpu);
   const int parent = getpid();
   const pid_t child = fork();
-  if (child == 0) run_child(plan, ticks_per_second, parent, out.get(), err.get());
+  if (child == 0) run_child(plan, ticks_per_second, parent, saved, out.get(), err.get());
   out.Close();
   std::string text;
   bool ended = child < 0;
@@ -201,13 +202,17 @@ ChildResult measure_in_child(const CellPlan& plan, double ticks_per_second, doub
       result.message = end_of(status, message_of(err.get()));
     } else {
       try {
-        result.measured = measured_from_json(Json::parse(text));
+        const Json json = Json::parse(text);
+        result.prefetchers_off = json.at(kPrefetchersOff).get<bool>();
+        result.measured = measured_from_json(json);
       } catch (const std::exception& failure) {
         result.message = std::string("The measuring process sent no result: ") + failure.what();
       }
     }
   }
-  prefetchers.reset();
+  restore_msr();
+  const bool refused = result.measured && !result.prefetchers_off;
+  if (wanted && (!saved || refused)) stuck.insert(plan.latency_cpu);
   sigprocmask(SIG_SETMASK, &waiting, nullptr);
   return result;
 }

@@ -37,8 +37,9 @@ struct ChildResult {
 
 // Forks, while this process has no other thread, and measures one repeat of `plan` in the child;
 // waits for it without a wake-up, but no longer than `limit` seconds, and no longer than until an
-// end signal comes. The child ends with this process, and whoever is left puts the prefetchers
-// back. Prefetchers of CPUs in `stuck` are not tried; one that cannot be switched off is added.
+// end signal comes. The child switches the prefetchers off and ends with this process; whoever is
+// left puts them back. Prefetchers of CPUs in `stuck` are not tried; one that cannot be switched
+// off is added.
 ChildResult measure_in_child(const CellPlan& plan, double ticks_per_second, double limit,
                              std::set<int>& stuck);
 
