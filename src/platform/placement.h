@@ -16,6 +16,12 @@ struct Placement {
   double share() const {
     return asked > 0 ? static_cast<double>(on_node) / static_cast<double>(asked) : 0;
   }
+  // Counts the pages of another buffer, too; the page size stays.
+  void Add(const Placement& other) {
+    asked += other.asked;
+    on_node += other.on_node;
+    if (reason.empty()) reason = other.reason;
+  }
 };
 
 // Asks the kernel where the pages of `size` bytes at `data`, which were touched, are: 1,024 of

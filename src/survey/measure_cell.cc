@@ -201,8 +201,7 @@ class Regions {
     for (size_t i = 0; i < buffers_.size(); ++i) {
       const Placement one = find_placement(buffers_[i].bytes() + begin_, bytes_, nodes_[i]);
       if (!one.reason.empty()) return one;
-      all.asked += one.asked;
-      all.on_node += one.on_node;
+      all.Add(one);
       all.page_size_bytes = one.page_size_bytes;
     }
     return all;
@@ -256,7 +255,9 @@ MeasuredRepeat MeasureCurve(const CellPlan& plan, double ticks) {
   MeasuredRepeat measured;
   Watcher watcher(plan);
   spec.stretch = watcher.Observer();
-  measured.repeat.placement = placement_json(chain.Where(plan.memory.node));
+  Placement placement = chain.Where(plan.memory.node);
+  placement.Add(regions.Where());
+  measured.repeat.placement = placement_json(placement);
   std::vector<int64_t> delays = plan.delays;
   if (delays.empty()) {
     delays = choose_delays(
