@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <iostream>
@@ -74,13 +76,15 @@ class ProgressOnTerminal {
   bool shown_;
 };
 
+// The status of a survey that is written; exit(1) where no cell was measured.
 int status_of(const Survey& survey, bool strict) {
   if (const int signum = EndSignalsNoted::signal(); signum != 0) return 128 + signum;
   const auto has = [&](const char* state) {
     return std::ranges::any_of(survey.cells, [&](const Cell& c) { return c.state == state; });
   };
-  const bool measured = has(kOk) || has(kDisturbed);
-  if (!measured) return 1;
+  if (!has(kOk) && !has(kDisturbed)) {
+    Fatal() << "Nothing was measured. " << survey.cells.front().message << '\n';
+  }
   return strict && (has(kDisturbed) || has(kFailed)) ? 3 : 0;
 }
 
@@ -89,8 +93,8 @@ void check_place(const std::string& path) {
   const size_t slash = path.rfind('/');
   const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
   if (access(directory.c_str(), W_OK | X_OK) != 0) {
-    Fatal() << "Cannot write " << path << ": " << directory
-            << " is not there, or not to be written\n";
+    const char* const why = std::strerror(errno);
+    Fatal() << "Cannot write " << path << ": directory " << directory << ": " << why << '\n';
   }
   struct stat status {};
   if (lstat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode)) {
@@ -102,12 +106,21 @@ std::string usual_name(const Survey& survey) {
   return "velmo_" + plain(survey.host) + utc("_%Y%m%dT%H%M%SZ.json");
 }
 
-// Keeps the text of a survey that could not be written among the temporary files; tells where.
+// Writes the text of a survey to `path`, "-" being standard output. Empty: done; else what failed.
+std::string deliver(const std::string& path, const std::string& text) {
+  if (path != "-") return replace_file(path, text);
+  std::cout << text << std::flush;
+  return std::cout ? "" : "Failed to write to standard output";
+}
+
+// Keeps the text of a survey that could not be written among the temporary files, or shows it;
+// tells where.
 std::string rescue(const Survey& survey, const std::string& text) {
   std::error_code error;
   const std::filesystem::path folder = std::filesystem::temp_directory_path(error);
   const std::string path = folder / usual_name(survey);
-  return !error && replace_file(path, text).empty() ? ". The survey is in " + path : "";
+  if (!error && replace_file(path, text).empty()) return ". The survey is in " + path;
+  return deliver("-", text).empty() ? ". The survey is on standard output" : "";
 }
 
 void run_cells(const SurveyOptions& options, double ticks, Survey& survey) {
@@ -115,7 +128,8 @@ void run_cells(const SurveyOptions& options, double ticks, Survey& survey) {
   std::vector<CellPlan> plan = plan_cells(options, machine);
   if (plan.empty()) Fatal() << "There is nothing to measure: no node has both CPUs and memory\n";
   if (!options.quiet) {
-    std::cerr << plan.size() << " cells, about " << duration_text(plan_seconds(plan)) << '\n';
+    std::cerr << plan.size() << (plan.size() == 1 ? " cell, about " : " cells, about ")
+              << duration_text(plan_seconds(plan)) << '\n';
   }
   CpuInfo cpu;
   cpu.GetCpuInfo();
@@ -160,16 +174,9 @@ int run_survey(int argc, char** argv) {
 
   std::ostream& tables = path == "-" ? std::cerr : std::cout;
   const std::string text = survey_text(survey);
-  if (path == "-") {
-    std::cout << text << std::flush;
-  } else if (const std::string failure = replace_file(path, text); !failure.empty()) {
-    if (!options.quiet) write_survey(tables, survey);
-    Fatal() << failure << rescue(survey, text) << '\n';
-  }
-  if (!options.quiet) {
-    write_survey(tables, survey);
-    if (path != "-") tables << "\nWritten: " << path << '\n';
-  }
+  const std::string failure = deliver(path, text);
+  if (!options.quiet) write_survey(tables, survey, failure.empty() && path != "-" ? path : "");
+  if (!failure.empty()) Fatal() << failure << rescue(survey, text) << '\n';
   check_output();
   return status_of(survey, options.strict);
 }

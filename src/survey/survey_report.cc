@@ -22,6 +22,11 @@ constexpr char kNone[] = "-";
 
 std::string scope_of(const Cell& cell) { return parameter_text(cell, "scope"); }
 
+double buffer_bytes(const Cell& cell) {
+  const Json bytes = cell.parameters.value("buffer_bytes", Json());
+  return bytes.is_number() ? bytes.get<double>() : 0;
+}
+
 // "118.2 ±1.3": the value and half of its interval, both divided by `unit`.
 std::string value_text(const Summary& summary, const char* name, double unit, int decimals) {
   const auto found = summary.find(name);
@@ -245,7 +250,7 @@ void write_sizes(std::ostream& out, const Survey& survey) {
   double next = 0;  // one line a doubling
   for (const Cell& cell : survey.cells) {
     if (cell.kind != kLatencyBySize) continue;
-    const double size = cell.parameters.value("buffer_bytes", 0.0);
+    const double size = buffer_bytes(cell);
     if (size < next) continue;
     next = size * 1.99;
     table.push_back({size_text(size), value_text(cell.summary, kAverageNs, 1, 1)});
@@ -257,9 +262,10 @@ void write_sizes(std::ostream& out, const Survey& survey) {
   const auto list = survey.machine.find("caches");
   if (list == survey.machine.end() || !list->is_array()) return;
   for (const Json& cache : *list) {
-    if (machine_text(cache, "/type") == "Instruction" || !cache.contains("size_bytes")) continue;
+    const Json size = cache.is_object() ? cache.value("size_bytes", Json()) : Json();
+    if (machine_text(cache, "/type") == "Instruction" || !size.is_number()) continue;
     const std::string text =
-        "L" + machine_text(cache, "/level") + " " + size_text(cache.at("size_bytes").get<double>());
+        "L" + machine_text(cache, "/level") + " " + size_text(size.get<double>());
     if (caches.find(text) == std::string::npos) caches += (caches.empty() ? "" : ", ") + text;
   }
   if (!caches.empty()) out << "Caches: " << caches << '\n';
@@ -282,7 +288,7 @@ void write_failures(std::ostream& out, const Survey& survey) {
     }
   }
   for (const auto& [mark, count] : marked) {
-    if (count > 1) out << "Mind: so are " << count - 1 << " more cells (" << mark << ")\n";
+    if (count > 1) out << "Mind: other cells with the same: " << count - 1 << " (" << mark << ")\n";
   }
 }
 
@@ -296,6 +302,19 @@ std::map<std::string, int> broken_rules_of(const Survey& survey) {
     }
   }
   return rules;
+}
+
+// The cells that are disturbed, by name; of many the first.
+std::string named_disturbed(const Survey& survey) {
+  constexpr int kMostNamed = 6;
+  std::string names;
+  int count = 0;
+  for (const Cell& cell : survey.cells) {
+    if (cell.state != kDisturbed || ++count > kMostNamed) continue;
+    names += (names.empty() ? "" : "; ") + cell_name(cell);
+  }
+  if (count > kMostNamed) names += "; and " + std::to_string(count - kMostNamed) + " more";
+  return names;
 }
 
 // The line that says whether the figures can be trusted.
@@ -323,6 +342,7 @@ void write_trust(std::ostream& out, const Survey& survey) {
     separator = ", ";
   }
   write_wrapped(out, text);
+  write_wrapped(out, "  " + named_disturbed(survey));
   for (const auto& [rule, count] : rules) {
     if (!rule_advice(rule).empty()) {
       write_wrapped(out, "  " + rule + ": " + std::string(rule_advice(rule)));
@@ -343,13 +363,13 @@ std::string cell_name(const Cell& cell) {
   text += " to " + memory_text(cell.memory);
   if (const std::string mix = parameter_text(cell, "mix"); !mix.empty()) text += ", " + mix;
   if (cell.kind == kLatencyBySize) {
-    text += ", " + size_text(cell.parameters.value("buffer_bytes", 0.0));
+    text += ", " + size_text(buffer_bytes(cell));
   }
   if (const std::string scope = scope_of(cell); scope != "node") text += ", " + scope;
   return text;
 }
 
-void write_survey(std::ostream& out, const Survey& survey) {
+void write_survey(std::ostream& out, const Survey& survey, const std::string& path) {
   write_head(out, survey);
   write_memories(out, survey);
   write_matrix(out, survey, kIdleLatency, kAverageNs, "", 1, 1, "Idle latency, ns");
@@ -357,6 +377,7 @@ void write_survey(std::ostream& out, const Survey& survey) {
   write_loaded(out, survey);
   write_sizes(out, survey);
   out << '\n';
+  if (!path.empty()) out << "Written: " << path << '\n';
   write_failures(out, survey);
   write_trust(out, survey);
 }
