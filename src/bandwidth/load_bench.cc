@@ -165,7 +165,7 @@ void LoadBench::EnsurePass(const std::vector<Mix>& mixes, int64_t free) {
 
 void LoadBench::WarnOfDelay(const LoadPlan& plan) const {
   if (plan.kernel == nullptr || config_.bw_delay <= 0) return;
-  const int32_t blocks = 1000L * kTurnsPerMs / config_.bw_delay;
+  const long blocks = 1000L * kTurnsPerMs / config_.bw_delay;
   if (blocks >= kFewBlocks) return;
   Warn() << "A delay of " << config_.bw_delay << " turns leaves each load thread about " << blocks
          << " blocks of " << plan.pass_bytes / kBlocksPerPass

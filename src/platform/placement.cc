@@ -5,7 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
+#include <charconv>
 #include <cstring>
 #include <fstream>
 #include <map>
@@ -31,7 +31,10 @@ int64_t page_size_at(const void* data) {
   while (read_line(in, line)) {
     uintptr_t begin = 0;
     uintptr_t end = 0;
-    if (std::sscanf(line.c_str(), "%lx-%lx ", &begin, &end) == 2) {
+    const char* const line_end = line.data() + line.size();
+    const char* const dash = std::from_chars(line.data(), line_end, begin, 16).ptr;
+    if (dash != line_end && *dash == '-') {
+      std::from_chars(dash + 1, line_end, end, 16);
       if (here) break;
       here = begin <= address && address < end;
       continue;

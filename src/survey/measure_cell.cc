@@ -199,7 +199,7 @@ class Regions {
   Placement Where() const {
     Placement all;
     for (size_t i = 0; i < buffers_.size(); ++i) {
-      const Placement one = find_placement(buffers_[i].bytes() + begin_, bytes_, nodes_[i]);
+      Placement one = find_placement(buffers_[i].bytes() + begin_, bytes_, nodes_[i]);
       if (!one.reason.empty()) return one;
       all.Add(one);
       all.page_size_bytes = one.page_size_bytes;

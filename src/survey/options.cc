@@ -1,6 +1,7 @@
 #include "survey/options.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <map>
 #include <random>
@@ -87,7 +88,7 @@ double parse_duration(const std::string& text) {
   const std::map<char, double> units = {{'s', 1}, {'m', 60}, {'h', 3600}};
   std::string digits = text;
   double unit = 1;
-  if (!digits.empty() && units.count(digits.back()) > 0) {
+  if (!digits.empty() && units.contains(digits.back())) {
     unit = units.at(digits.back());
     digits.pop_back();
   }
@@ -98,12 +99,17 @@ double parse_duration(const std::string& text) {
   return *value * unit;
 }
 
+char lower_case(char letter) {
+  return static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
+}
+
 int64_t parse_size(const std::string& text) {
   const std::map<char, int64_t> units = {{'k', 1 << 10}, {'m', 1 << 20}, {'g', 1 << 30}};
   std::string digits = text;
   int64_t bytes = 1;
-  if (!digits.empty() && units.count(digits.back() | 0x20) > 0) {
-    bytes = units.at(static_cast<char>(digits.back() | 0x20));
+  const auto unit = digits.empty() ? units.end() : units.find(lower_case(digits.back()));
+  if (unit != units.end()) {
+    bytes = unit->second;
     digits.pop_back();
   }
   const auto value = number<int64_t>(digits);
@@ -150,7 +156,15 @@ SurveyOptions parse_survey_options(int argc, char** argv) {
       "Measures all memory of the machine: idle latency, latency by size, bandwidth and latency "
       "under load, each with its uncertainty, and keeps it as one JSON file.",
       "velmo survey");
-  std::string only, cpu_nodes, memory_nodes, size, pages = "4k", mixes, limit, precision, seed;
+  std::string only;
+  std::string cpu_nodes;
+  std::string memory_nodes;
+  std::string size;
+  std::string pages = "4k";
+  std::string mixes;
+  std::string limit;
+  std::string precision;
+  std::string seed;
   bool quick = false;
   bool thorough = false;
   app.add_option("-o", options.output,

@@ -28,7 +28,7 @@ constexpr int64_t kLeastRegion = 16 * kMiB;
 constexpr double kSetUpSeconds = 0.5e-9;
 constexpr size_t kSetUpCpus = 8;
 // The staircase of the caches.
-constexpr int64_t kSmallest = 16 * 1024;
+constexpr int64_t kSmallest = int64_t{16} * 1024;
 constexpr int64_t kLargest = 1024 * kMiB;
 
 // What a depth means.
@@ -86,10 +86,10 @@ class Planner {
   }
 
   std::vector<CellPlan> Plan() {
-    if (options_.kinds.count(kIdleLatency) > 0) PlanIdle();
-    if (options_.kinds.count(kLatencyBySize) > 0) PlanSizes();
-    if (options_.kinds.count(kBandwidth) > 0) PlanBandwidth();
-    if (options_.kinds.count(kLoadedLatency) > 0) PlanLoaded();
+    if (options_.kinds.contains(kIdleLatency)) PlanIdle();
+    if (options_.kinds.contains(kLatencyBySize)) PlanSizes();
+    if (options_.kinds.contains(kBandwidth)) PlanBandwidth();
+    if (options_.kinds.contains(kLoadedLatency)) PlanLoaded();
     return std::move(plan_);
   }
 
@@ -277,8 +277,10 @@ class Planner {
     const int cpu = measuring_cpu(CpusOf(from)).cpu_id;
     const auto cache = static_cast<double>(LastLevel({cpu}));
     int64_t before = 0;
-    for (double at = kSmallest; at <= kLargest * 1.01; at *= std::exp2(at < cache ? 0.25 : 0.5)) {
-      const int64_t size = static_cast<int64_t>(at) / 4096 * 4096;
+    auto at = static_cast<double>(kSmallest);
+    while (at <= kLargest * 1.01) {
+      const int64_t size = std::lround(at / 4096) * 4096;
+      at *= std::exp2(at < cache ? 0.25 : 0.5);
       if (size == before) continue;
       before = size;
       CellPlan plan = NewCell(kLatencyBySize, from, memory, Common("node", options_.pages));
