@@ -3,15 +3,22 @@
 #include <numa.h>
 #include <numaif.h>
 
+#include <cerrno>
+#include <cstring>
+#include <string>
+
 #include "app/failure.h"
 
 namespace velmo {
 
-void bind_to_node(void* addr, long len, int node) {
+void bind_to_node(void* addr, long len, int node, bool tell_why) {
   bitmask* nodes = numa_allocate_nodemask();
   numa_bitmask_setbit(nodes, node);
   if (mbind(addr, len, MPOL_BIND, nodes->maskp, nodes->size + 1, MPOL_MF_STRICT) < 0) {
-    Fatal() << "Failed to allocate memory on " << node << " node\n";
+    std::string why;
+    if (tell_why) why = std::string(": mbind: ") + std::strerror(errno);
+    if (!why.empty() && errno == EPERM) why += ". A container needs the capability SYS_NICE";
+    Fatal() << "Failed to allocate memory on " << node << " node" << why << '\n';
   }
   numa_bitmask_free(nodes);
 }

@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <string>
 #include <vector>
 
 #include "app/failure.h"
@@ -89,7 +91,8 @@ void mmap_numa(void*& addr, long len, int node, bool no_bind, PageSize pages) {
   // Where the kernel has no transparent huge pages, it has nothing to be advised of either.
   if (pages == PageSize::k4K) madvise(addr, len, MADV_NOHUGEPAGE);
   if (pages == PageSize::kThp) madvise(addr, len, MADV_HUGEPAGE);
-  if (!no_bind) bind_to_node(addr, len, node);
+  // Who does without the default pages is told why binding fails, too.
+  if (!no_bind) bind_to_node(addr, len, node, pages != PageSize::kSystem);
 }
 
 void mmap_devmem(void*& addr, long base, long len, bool sync, long offset) {

@@ -1,7 +1,9 @@
 #include "platform/cgroup.h"
 
+#include <algorithm>
 #include <sstream>
 
+#include "app/text.h"
 #include "platform/text_file.h"
 
 namespace velmo {
@@ -62,6 +64,24 @@ std::string find_group(const std::string& controller, bool version_2, const std:
   return "/";
 }
 
+std::string first_line(const std::string& path) {
+  std::string line;
+  read_first_line(path, line);
+  return line;
+}
+
+// Bytes that the group has taken, without the page cache that gives way.
+int64_t memory_used(const std::string& folder) {
+  const std::string version_2 = first_line(folder + "/memory.current");
+  const bool first = version_2.empty();
+  const std::string used = first ? first_line(folder + "/memory.usage_in_bytes") : version_2;
+  std::string stat;
+  read_text(folder + "/memory.stat", stat);
+  const int64_t files = number_after(stat, first ? "total_cache" : "file").value_or(0);
+  const int64_t shared = number_after(stat, first ? "total_shmem" : "shmem").value_or(0);
+  return leading_number(used).value_or(0) - (files - shared);
+}
+
 }  // namespace
 
 std::vector<std::string> cgroup_folders(const std::string& controller, const std::string& root) {
@@ -79,6 +99,26 @@ std::vector<std::string> cgroup_folders(const std::string& controller, const std
   for (; !group.empty(); group.erase(group.rfind('/'))) folders.push_back(top + group);
   folders.push_back(top);
   return folders;
+}
+
+int64_t memory_limit(const std::string& folder) {
+  constexpr long kNone = 1L << 62;  // version 1 writes the largest multiple of a page instead
+  const std::string version_2 = first_line(folder + "/memory.max");
+  const std::string text =
+      version_2.empty() ? first_line(folder + "/memory.limit_in_bytes") : version_2;
+  const long bytes = leading_number(text).value_or(-1);
+  return bytes >= kNone ? -1 : bytes;
+}
+
+std::optional<int64_t> memory_left(const std::string& root) {
+  std::optional<int64_t> least;
+  for (const std::string& folder : cgroup_folders("memory", root)) {
+    const int64_t limit = memory_limit(folder);
+    if (limit < 0) continue;
+    const int64_t left = std::max<int64_t>(limit - memory_used(folder), 0);
+    least = std::min(least.value_or(left), left);
+  }
+  return least;
 }
 
 }  // namespace velmo

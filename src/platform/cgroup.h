@@ -2,6 +2,8 @@
 
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,5 +15,12 @@ namespace velmo {
 // folders.
 std::vector<std::string> cgroup_folders(const std::string& controller,
                                         const std::string& root = {});
+
+// Bytes that the group in `folder` ("memory") may take; -1: it has no limit.
+int64_t memory_limit(const std::string& folder);
+
+// Bytes that this process can still take without meeting such a limit, at which the kernel ends
+// processes; page cache counts as free. None: there is no limit.
+std::optional<int64_t> memory_left(const std::string& root = {});
 
 }  // namespace velmo

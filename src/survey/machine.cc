@@ -87,15 +87,6 @@ double cpu_quota(const std::string& folder) {
   return us < 0 || of <= 0 ? -1 : us / of;
 }
 
-int64_t memory_limit(const std::string& folder) {
-  constexpr long kNone = 1L << 62;  // version 1 writes the largest multiple of a page instead
-  const std::string version_2 = first_line(folder + "/memory.max");
-  const std::string text =
-      version_2.empty() ? first_line(folder + "/memory.limit_in_bytes") : version_2;
-  const long bytes = leading_number(text).value_or(-1);
-  return bytes >= kNone ? -1 : bytes;
-}
-
 // The list that holds: that of the nearest group which has one, under either version's name.
 Json cpuset(const std::vector<std::string>& folders, const std::string& version_2,
             const std::string& version_1) {

@@ -233,6 +233,12 @@ class Planner {
         return;
       }
     }
+    const std::optional<int64_t> left = usable_in_groups();
+    const int64_t all = reserved + touched * plan.region_bytes * std::ssize(plan.load);
+    if (left && *left < all && !is_pool(plan.pages)) {
+      Fail(plan, "Buffers of " + Misfit(all, *left) + " in this control group");
+      return;
+    }
     if (plan.region_bytes * regions < covered) MarkSmall(plan);
   }
 

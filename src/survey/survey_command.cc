@@ -64,8 +64,8 @@ class ProgressOnTerminal {
   void Show(const RunnerProgress& at) const {
     if (!shown_) return;
     std::string text = "Round " + std::to_string(at.round) + ", cell " + std::to_string(at.number) +
-                       " of " + std::to_string(at.cells) + " (" + cell_name(at.plan.cell) +
-                       "), about " + duration_text(at.seconds_left) + " left";
+                       " of " + std::to_string(at.cells) + ", about " +
+                       duration_text(at.seconds_left) + " left: " + cell_name(at.plan.cell);
     winsize size{};
     const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
     text.resize(std::min<size_t>(text.size(), known ? size.ws_col - 1 : 79));

@@ -1,8 +1,10 @@
 #include "survey/usable_memory.h"
 
+#include <algorithm>
 #include <string>
 
 #include "app/text.h"
+#include "platform/cgroup.h"
 #include "platform/node_memory.h"
 #include "platform/text_file.h"
 
@@ -11,6 +13,10 @@ namespace {
 
 // The rest is left to the system: a node that is filled up swaps, or ends processes.
 constexpr double kUsableShare = 0.8;
+
+int64_t share_of(int64_t bytes) {
+  return static_cast<int64_t>(static_cast<double>(bytes) * kUsableShare);
+}
 
 std::string folder_of(int node) {
   return "/sys/devices/system/node/node" + std::to_string(node) + '/';
@@ -49,8 +55,14 @@ std::optional<int64_t> usable_bytes(const MemoryTarget& memory, PageSize pages) 
   } else {
     bytes = free_bytes(memory);
   }
+  const std::optional<int64_t> left = usable_in_groups();
   if (bytes < 0) return std::nullopt;
-  return static_cast<int64_t>(static_cast<double>(bytes) * kUsableShare);
+  return std::min(share_of(bytes), left.value_or(share_of(bytes)));
+}
+
+std::optional<int64_t> usable_in_groups() {
+  const std::optional<int64_t> left = memory_left();
+  return left ? std::optional(share_of(*left)) : std::nullopt;
 }
 
 }  // namespace velmo

@@ -4,6 +4,7 @@
 
 #include "app/text.h"
 #include "app/threads.h"
+#include "platform/cgroup.h"
 #include "support/subprocess.h"
 
 namespace velmo {
@@ -34,6 +35,27 @@ TEST(Usable, NodesAreForbiddenThatHaveMemory) {
     const NodeSources from{dir.Write("memory", with_memory), dir.Write("status", status)};
     EXPECT_EQ(vector_to_str_range(forbidden_nodes(from), 0), forbidden);
   }
+}
+
+// A group of either version within one; the page cache gives way, shared memory does not.
+TEST(Usable, MemoryIsWhatTheStrictestGroupLeaves) {
+  const velmo_test::TempDir dir;
+  const auto left = [&](const std::string& type, const std::string& inner) {
+    dir.Write("proc/self/mountinfo", "1 2 0:3 / /g rw - " + type + " g rw,memory\n");
+    dir.Write("proc/self/cgroup", "3:memory:" + inner + "\n0::" + inner + "\n");
+    return memory_left(dir.path()).value_or(-1);
+  };
+  dir.Write("g/memory.max", "1000\n");
+  dir.Write("g/memory.current", "500\n");
+  dir.Write("g/memory.stat", "inactive_file 7\nfile 300\nfile_mapped 8\nshmem 100\n");
+  dir.Write("g/inner/memory.max", "max\n");
+  EXPECT_EQ(left("cgroup2", "/inner"), 700);
+  dir.Write("g/old/memory.limit_in_bytes", "600\n");
+  dir.Write("g/old/memory.usage_in_bytes", "400\n");
+  dir.Write("g/old/memory.stat", "cache 1\ntotal_cache 200\ntotal_shmem 50\n");
+  EXPECT_EQ(left("cgroup", "/old"), 350);
+  dir.Write("g/memory.max", "max\n");
+  EXPECT_EQ(left("cgroup2", "/inner"), -1);
 }
 
 }  // namespace
