@@ -102,13 +102,12 @@ Json named_json(const std::vector<Named>& list, const char* name) {
 
 Json figure_json(const Fleet& fleet, const SlowFigure& slow) {
   const FigureName& name = fleet.figures.name(slow.figure);
-  constexpr double kPercent = 100;
   return {{"cell", name.cell},
           {"figure", figure_id(name.figure_class)},
           {"label", name.label},
           {"value", slow.value},
           {"median", slow.median},
-          {"change_percent", kPercent * slow.change()},
+          {"change_percent", 100 * slow.change()},
           {"robust_deviations", slow.score},
           {"threshold", slow.threshold}};
 }

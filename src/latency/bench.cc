@@ -55,7 +55,7 @@ Progress Bench::ShowZeroing(int64_t bytes) {
                    .done = &zeroed_});
 }
 
-long Bench::GetFreeMemSize() {
+long Bench::GetFreeMemSize() const {
   if (config_.mem_mode == kMemNuma && config_.no_memnode) {
     if (config_.mem_size == -1) {
       std::cout << kWarningPrefix

@@ -44,7 +44,7 @@ class Bench {
   // Bytes of the current target that a run may use: free_ratio_ of what is free on its node or file
   // system, 4 GiB for memory without a node, 0 for devices. exit(1) when the file system cannot be
   // asked.
-  long GetFreeMemSize();
+  long GetFreeMemSize() const;
 
   // Sets free_mem_: what GetFreeMemSize says, in multiples of kBufferGrain, kDefaultBuffer in place
   // of 0; of a device-DAX target no more than it holds. Returns what GetFreeMemSize says. For
