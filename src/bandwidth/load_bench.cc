@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <string>
 
@@ -19,7 +20,7 @@ constexpr int64_t kMiB = int64_t{1} << 20;
 constexpr int64_t kDeviceRegion = 100 * kMiB;
 
 // Fewer blocks than these in a second of a thread, and no figure tells the load.
-constexpr int32_t kFewBlocks = 100;
+constexpr double kFewBlocks = 100;
 
 std::vector<int> sorted_unique(std::vector<int> values) {
   std::sort(values.begin(), values.end());
@@ -165,10 +166,11 @@ void LoadBench::EnsurePass(const std::vector<Mix>& mixes, int64_t free) {
 
 void LoadBench::WarnOfDelay(const LoadPlan& plan) const {
   if (plan.kernel == nullptr || config_.bw_delay <= 0) return;
-  const long blocks = 1000L * kTurnsPerMs / config_.bw_delay;
+  const double blocks = 1e3 * kTurnsPerMs / config_.bw_delay;  // a second
   if (blocks >= kFewBlocks) return;
-  Warn() << "A delay of " << config_.bw_delay << " turns leaves each load thread about " << blocks
-         << " blocks of " << plan.pass_bytes / kBlocksPerPass
+  const double block = static_cast<double>(plan.pass_bytes) / kBlocksPerPass;
+  Warn() << "A delay of " << config_.bw_delay << " turns leaves each load thread about "
+         << std::lround(blocks * block)
          << " Byte a second, too few for MB/s to tell. Choose a smaller one with -D\n";
 }
 

@@ -134,7 +134,7 @@ std::string end_of(int status, const std::string& written) {
 }
 
 bool may_switch(const CellPlan& plan, const std::set<int>& stuck) {
-  if (plan.latency_cpu < 0 || stuck.count(plan.latency_cpu) > 0) return false;
+  if (plan.latency_cpu < 0 || stuck.contains(plan.latency_cpu)) return false;
   return access(numbered_path(MSR_PATH, plan.latency_cpu).c_str(), R_OK | W_OK) == 0;
 }
 

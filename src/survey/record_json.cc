@@ -235,7 +235,7 @@ Survey parse_survey(const std::string& text, const std::string& name) {
     const std::string_view what = failure.what();
     const size_t tag = what.starts_with('[') ? what.find("] ") : std::string_view::npos;
     throw std::runtime_error(name + ": no survey that can be read: " +
-                             std::string(what.substr(tag == what.npos ? 0 : tag + 2)));
+                             std::string(what.substr(tag == std::string_view::npos ? 0 : tag + 2)));
   }
 }
 

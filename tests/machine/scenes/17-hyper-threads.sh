@@ -6,14 +6,10 @@ run -Z -M 1 -k 3 -l 2-4
 expect_status 1
 expect "lat_cpu and load_cpu can't use same cpu_id. lat_cpu: 3, load_cpu: 3"
 expect_not 'same physical core'
-run -Z -M 1 -k 3 -l 2,4 -m 8m -i 1 -D 50
-expect_status 0
-expect 'lat_cpu and load_cpu use same physical core.'
-expect 'latency thread cpu_id : 3'
 
 # chosen OPTIONS LATENCY-CPU MAIN-CPU LOAD-CPUS
 chosen() {
-  start $1 -D 50 -m 8m -i 1
+  start $1 -D 50 -m 8m
   wait_for 'Read Ratio'
   kill -INT "$pid"
   finish
@@ -22,15 +18,7 @@ chosen() {
 main thread cpu_id: $3"
 }
 
+chosen '-Z -M 1 -k 3 -l 2,4' 3 2 4
+expect 'lat_cpu and load_cpu use same physical core.'
 chosen '-Z -M 1' 4 0 1-3,6-7
 chosen '-Z -M 1 -C 0' 2 0 1
-
-# Memory without a node comes from the node of the CPU that measures.
-start -Y -k 5 -m 64m -i 1
-wait_for 'Start Burst Latency'
-# Other pages may have joined the mapping.
-most=$(pages default 16384 | tr ' ' '\n' | sort -t : -k 2 -n | tail -n 1)
-equal 'Node of most pages' "${most%%:*}" N1
-finish
-expect 'mem-numa_id: none'
-expect_results 1
