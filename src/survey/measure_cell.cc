@@ -233,6 +233,8 @@ MeasuredRepeat MeasureMix(const CellPlan& plan) {
   team.Park();
   BandwidthSpec spec{.intervals = 5, .warm_up = 2, .interval = 0.05};
   spec.busy = plan.sampling_cpu >= 0;
+  // Without a CPU of its own every sample is taken in the time of a load thread.
+  if (!spec.busy) spec = {.intervals = 1, .warm_up = 1, .interval = 0.25, .busy = false};
   Watcher watcher(plan);
   spec.stretch = watcher.Observer();
   const BandwidthResult result = MeasureBandwidth(team, spec);
