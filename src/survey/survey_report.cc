@@ -338,7 +338,7 @@ void write_trust(std::ostream& out, const Survey& survey) {
   const std::map<std::string, int> rules = broken_rules_of(survey);
   const char* separator = ", by ";
   for (const auto& [rule, count] : rules) {
-    text += separator + rule + " (" + std::to_string(count) + " times)";
+    text += separator + rule + " (" + std::to_string(count) + (count == 1 ? " time)" : " times)");
     separator = ", ";
   }
   write_wrapped(out, text);
