@@ -29,7 +29,7 @@ const velmo = (() => {
   const markers = ["circle", "rect", "triangle", "rectRot", "star", "crossRot", "cross",
                    "rectRounded"];
   const marker = (index) => markers[index % markers.length];
-  // Markers are hollow where the colours start over.
+  // Markers and bars are hollow where the colours start over.
   const filling = (index) =>
     Math.floor(index / theme.series.length) % 2 ? theme.paper : series(index);
   const alpha = (colour, share) =>
@@ -149,12 +149,12 @@ const velmo = (() => {
       context.clearRect(0, 0, 30, 14);
       context.strokeStyle = series(colour);
       context.fillStyle = filling(colour);
+      context.lineWidth = 2;
       if (style === "bar") {
-        context.fillStyle = series(colour);
-        context.fillRect(8, 1, 14, 12);
+        context.fillRect(9, 2, 12, 10);
+        context.strokeRect(9, 2, 12, 10);
         return;
       }
-      context.lineWidth = 2;
       context.setLineDash(dash(dashIndex));
       context.beginPath();
       context.moveTo(1, 7);

@@ -20,6 +20,10 @@ const charts = (() => {
     return [5, 2, 1].find((digit) => digit * decade <= value) * decade;
   }
 
+  // Where the intervals end, so that none is cut off.
+  const highest = (datasets) =>
+    Math.max(...datasets.flatMap(({data}) => data.map(({yHigh}) => yHigh)));
+
   // Thousands as "2k" on a chart so narrow that "2,000" would touch its neighbour.
   function shortWhereNarrow(value) {
     return this.chart.width < 600 && value >= 1000 ? `${value / 1000}k` : velmo.number(value);
@@ -105,7 +109,8 @@ const charts = (() => {
             afterBuildTicks: (axis) => { axis.ticks = ticks; },
             ticks: {callback: velmo.bytes, maxRotation: 0}}),
           y: logarithmic("Latency, ns", String, {
-            min: below(Math.min(...datasets.flatMap(({data}) => data.map(({yLow}) => yLow))))})},
+            min: below(Math.min(...datasets.flatMap(({data}) => data.map(({yLow}) => yLow)))),
+            suggestedMax: highest(datasets)})},
         plugins: {tooltip: {callbacks: {
           title: ([item]) => velmo.bytes(item.raw.x),
           label: ({dataset, raw}) => (several ? `${dataset.label}: ` : "") +
@@ -166,9 +171,9 @@ const charts = (() => {
     if (!shown.length) return;
     const labels = model.mixesOf(shown.flatMap((memory) => memory.bandwidth));
     const datasets = shown.map((memory) => ({
-      label: memory.label, colour: memory.index, backgroundColor: () => velmo.series(memory.index),
-      borderColor: () => theme.ink, whiskers: true, maxBarThickness: 36, categoryPercentage: 0.75,
-      whiskerColor: () => theme.ink,
+      label: memory.label, colour: memory.index, whiskers: true, whiskerColor: () => theme.ink,
+      backgroundColor: () => velmo.filling(memory.index), borderWidth: 1.5,
+      borderColor: () => velmo.series(memory.index), maxBarThickness: 36, categoryPercentage: 0.75,
       data: measured(memory).map((cell) => {
         const e = estimate(cell, "bytes_per_second");
         return {x: cell.parameters.mix, y: e.median / 1e9, ...whiskersOf(e, 1e9), e};
@@ -181,7 +186,8 @@ const charts = (() => {
       config: {type: "bar", data: {labels, datasets}, options: {
         interaction: {mode: "nearest", intersect: false},
         scales: {x: velmo.axis("Mix of reads and writes", {grid: {display: false}}),
-                 y: velmo.axis("Bandwidth, GB/s", {beginAtZero: true})},
+                 y: velmo.axis("Bandwidth, GB/s", {beginAtZero: true,
+                   suggestedMax: highest(datasets)})},
         plugins: {tooltip: {callbacks: {label: ({dataset, raw}) =>
           `${dataset.label}: ${tables.hover(raw.e, gigabytes, "GB/s")}`}}}}},
       columns: [{title: "Memory", text: true}, {title: "Mix", text: true},

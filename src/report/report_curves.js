@@ -132,6 +132,8 @@ const curves = (() => {
   }
   const least = () => Math.min(...loaded.flatMap(({cell}) => model.curve(cell).map(({summary}) =>
     summary.median_ns?.low ?? Infinity)));
+  const fastest = () => Math.max(...loaded.flatMap(({cell}) => model.curve(cell).map(({summary}) =>
+    summary.bytes_per_second?.high ?? 0))) / 1e9;
   const latencyAxis = (on) => on ?
     charts.logarithmic("Latency, ns", velmo.number, {min: charts.below(least())}) :
     velmo.axis("Latency, ns", {beginAtZero: true});
@@ -148,7 +150,8 @@ const curves = (() => {
         type: "line", data: {datasets: loaded.flatMap(datasetsOf)}, plugins: [bands],
         options: {
           interaction: {mode: "nearest", intersect: false},
-          scales: {x: velmo.axis("Delivered bandwidth, GB/s", {type: "linear", beginAtZero: true}),
+          scales: {x: velmo.axis("Delivered bandwidth, GB/s",
+                                 {type: "linear", beginAtZero: true, suggestedMax: fastest()}),
                    y: latencyAxis(true)},
           plugins: {tooltip}}});
     section.insertBefore(el("div", {class: "controls"}, legend(chart)), place);

@@ -32,6 +32,7 @@ const tables = (() => {
     ].filter(Boolean).join(" · ");
   }
 
+  const short = (value) => +Number(value).toPrecision(3);
   // "stolen time 2.9 % (limit 0.5 %) in 5 of 7 repeats", a rule after the other.
   function disturbances(cell) {
     const repeats = [...model.list(cell.repeats),
@@ -45,7 +46,7 @@ const tables = (() => {
       rules.set(rule, seen);
     }
     return [...rules].map(([rule, {count, worst, limit, unit}]) =>
-      `${model.words(rule)} up to ${+worst.toPrecision(3)}${unit} (limit ${limit}${unit}) ` +
+      `${model.words(rule)} up to ${short(worst)}${unit} (limit ${short(limit)}${unit}) ` +
       `in ${count} of ${plural(repeats.length, "repeat")}`).join("; ");
   }
 
@@ -112,14 +113,20 @@ const tables = (() => {
     }
   }
 
+  const isDoubtful = (cell) => cell.state !== "ok" || marksText(cell).length > 0;
   const stacked = (first, second) => el("div", {}, first, el("div", {class: "under"}, second));
   function value(cell, name, format, unit) {
     const e = estimate(cell, name);
     if (!e && cell?.state !== "failed") return "–";
     if (!e) return el("span", {class: "bad", title: cell.message}, "failed");
-    const doubtful = cell.state !== "ok" || marksText(cell).length;
-    return el("span", {title: hover(e, format, unit), class: doubtful ? "warn" : null},
-              format(e.median), doubtful ? "*" : "");
+    return el("span", {title: hover(e, format, unit), class: isDoubtful(cell) ? "warn" : null},
+              format(e.median), isDoubtful(cell) ? "*" : "");
+  }
+
+  function underLoad(cell, share) {
+    const latency = cell && model.latencyAt(cell, share);
+    if (latency === undefined || !isDoubtful(cell)) return figure(latency);
+    return el("span", {class: "warn"}, figure(latency), "*");
   }
 
   function overview() {
@@ -148,8 +155,7 @@ const tables = (() => {
         ...mixes.map((mix) => value(memory.bandwidth.find((c) => c.parameters.mix === mix),
                                     "bytes_per_second", gigabytes, "GB/s")),
         value(memory.oneThread, "bytes_per_second", gigabytes, "GB/s"),
-        ...[0.5, 0.9].map((share) =>
-          figure(memory.loaded.length ? model.latencyAt(memory.loaded[0], share) : undefined)),
+        ...[0.5, 0.9].map((share) => underLoad(memory.loaded[0], share)),
       ];
     });
     const machines = surveys.flatMap((survey) => model.cellsOf(survey, "bandwidth", "machine")
@@ -167,10 +173,15 @@ const tables = (() => {
 
   const fact = (name, text) => [name, el("span", {class: "wrap"}, text)];
 
+  // How idle latency was measured, which its figures depend on.
+  const settings = ["pattern", "stride_bytes", "pages", "prefetchers"];
   function differences() {
     const known = surveys.map((survey) => new Map([
       ["velmo", Object.values(survey.record.velmo).join(" ")],
       ["arguments", model.list(survey.run.arguments).join(" ")],
+      ...settings.map((name) => [`idle latency, ${model.words(name)}`, [...new Set(
+        model.cellsOf(survey, "idle_latency", "node").map((cell) => cell.parameters[name]))]
+        .map((value) => model.valueText(name, value)).join(", ")]),
       ...model.facts(survey.machine)]));
     // What changes from one minute to the next is no difference between machines.
     const names = [...new Set(known.flatMap((facts) => [...facts.keys()]))]
