@@ -122,9 +122,11 @@ FleetFiles read_fleet(const std::vector<std::string>& paths, Surveys surveys, Fl
   });
   const size_t before = fleet.hosts.size();
   for (Host& host : hosts) {
-    const bool older = fleet.hosts.size() > before && fleet.hosts.back().name == host.name;
-    if (older && surveys == Surveys::kNewest) {
-      result.left_out.push_back({host.path, "is an older survey of " + host.name});
+    const bool again = fleet.hosts.size() > before && fleet.hosts.back().name == host.name;
+    if (again && surveys == Surveys::kNewest) {
+      const bool older = host.started < fleet.hosts.back().started;
+      result.left_out.push_back(
+          {host.path, (older ? "is an older survey of " : "is one more survey of ") + host.name});
     } else {
       fleet.hosts.push_back(std::move(host));
     }

@@ -94,7 +94,8 @@
             y: velmo.axis("", {
               reverse: true, min: -0.5, max: rows.length - 0.5, title: {display: false},
               afterBuildTicks: (axis) => { axis.ticks = rows.map((_, value) => ({value})); },
-              ticks: {autoSkip: false, callback(value) {
+              ticks: {autoSkip: false, font: ({chart}) => ({size: chart.width < 600 ? 10 : 12}),
+                      callback(value) {
                 const label = rows[value]?.label ?? "";
                 return this.chart.width < 600 ? label.split(", ") : label;
               }}}),
