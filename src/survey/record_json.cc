@@ -1,10 +1,13 @@
 #include "survey/record_json.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cmath>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 namespace velmo {
@@ -136,6 +139,8 @@ Survey survey_from_json(const Json& json) {
     survey.run_notes.erase(name);
   }
   survey.machine = json.at("machine");
+  if (!survey.machine.is_object()) throw std::runtime_error("machine is not an object");
+  if (!json.at("cells").is_array()) throw std::runtime_error("cells is not a list");
   for (const Json& cell : json.at("cells")) survey.cells.push_back(cell_from_json(cell));
   return survey;
 }
@@ -227,21 +232,32 @@ Survey parse_survey(const std::string& text, const std::string& name) {
   } catch (const Json::parse_error&) {
     throw std::runtime_error(name + ": no survey: not JSON, or cut short");
   } catch (const std::exception& failure) {
-    std::string why = failure.what();
-    if (why.starts_with('[')) why.erase(0, why.find(' ') + 1);  // the library's name of an error
-    throw std::runtime_error(name + ": no survey that can be read: " + why);
+    const std::string_view what = failure.what();
+    const size_t tag = what.starts_with('[') ? what.find("] ") : std::string_view::npos;
+    throw std::runtime_error(name + ": no survey that can be read: " +
+                             std::string(what.substr(tag == std::string_view::npos ? 0 : tag + 2)));
   }
 }
 
+// A pipe is read to its end, but nobody is waited for to open one.
 std::string survey_file_text(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  struct stat status {};
+  bool good = fd >= 0 && fstat(fd, &status) == 0;
+  const bool device = good && (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode));
+  good = good && !device;
   std::string text;
-  try {
-    text.assign(std::istreambuf_iterator<char>(in), {});
-  } catch (const std::ios_base::failure&) {  // thrown below the stream, as of a directory
-    in.setstate(std::ios::badbit);
+  std::vector<char> part(1 << 16);
+  while (good) {
+    const ssize_t n = read(fd, part.data(), part.size());
+    if (n == 0) break;
+    if (n > 0) text.append(part.data(), static_cast<size_t>(n));
+    pollfd more{fd, POLLIN, 0};
+    good = n > 0 || errno == EINTR || (errno == EAGAIN && poll(&more, 1, -1) >= 0);
   }
-  if (!in) throw std::runtime_error("Failed to read " + path + ": " + std::strerror(errno));
+  const std::string why = device ? "it is a device" : std::strerror(errno);
+  if (fd >= 0) close(fd);
+  if (!good) throw std::runtime_error("Failed to read " + path + ": " + why);
   return text;
 }
 
