@@ -163,8 +163,10 @@ void Runner::AddPoints(Running& cell, int round, const MeasuredRepeat& measured)
   std::ranges::stable_sort(pass.disturbed_by, [](const Disturbance& a, const Disturbance& b) {
     return std::pair(a.rule, -a.value) < std::pair(b.rule, -b.value);
   });
-  const auto rest = std::ranges::unique(pass.disturbed_by, {}, &Disturbance::rule);
-  pass.disturbed_by.erase(rest.begin(), rest.end());
+  const auto rest =
+      std::unique(pass.disturbed_by.begin(), pass.disturbed_by.end(),
+                  [](const Disturbance& x, const Disturbance& y) { return x.rule == y.rule; });
+  pass.disturbed_by.erase(rest, pass.disturbed_by.end());
   to.repeats.push_back(std::move(pass));
   to.summary = summarize(to.repeats);
 }
