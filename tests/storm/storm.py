@@ -36,7 +36,7 @@ CLONE_NEWNS, MS_REC_PRIVATE = 0x20000, 0x44000
 
 libc = ctypes.CDLL(None, use_errno=True)
 
-# room: bytes that a pipe takes before it is stuck; None: a terminal. registers: whether the machine
+# room: bytes that a pipe takes behind the handlers before it is stuck; None: a terminal. registers: whether the machine
 # has some. changes: of the number of threads or of a register before the first signal; None: until
 # a register is changed. delay: seconds behind that. gaps: seconds before each signal.
 Shot = collections.namedtuple("Shot", "number command room registers changes delay signals gaps")
@@ -94,12 +94,13 @@ class Run:
 
     def __init__(self, registers, command, room):
         self.registers, self.changes, self.kept = registers, 0, b""
-        self.is_terminal = room is None
+        self.room, self.is_terminal = room, room is None
         self.directory = tempfile.TemporaryDirectory(prefix="storm-")
         self.source, sink = pty.openpty() if self.is_terminal else os.pipe()
         if not self.is_terminal:
             libc.fcntl(sink, F_SETPIPE_SZ, PIPE_SIZE)
-            os.write(sink, b"." * (PIPE_SIZE - room))
+            # Of its own: velmo's end of the pipe still blocks.
+            self.filler = os.open(f"/proc/self/fd/{sink}", os.O_WRONLY | os.O_NONBLOCK)
         os.set_blocking(self.source, False)
         self.process = subprocess.Popen(
             [os.path.abspath("build/velmo"), *command.split()], cwd=self.directory.name,
@@ -118,10 +119,18 @@ class Run:
         wanted = sum(1 << signum - 1 for signum in SIGNALS)
         deadline = time.monotonic() + START_LIMIT
         while time.monotonic() < deadline and not self.ends_within(0.0001):
+            self.drain()  # what it warns of before
             caught = (self.proc / "status").read_text().split("SigCgt:")[1].split()[0]
             if int(caught, 16) & wanted == wanted:
+                self.narrow()
                 return True
         return False
+
+    def narrow(self):
+        if not self.is_terminal:
+            with contextlib.suppress(BlockingIOError):
+                os.write(self.filler, b"." * (PIPE_SIZE - self.room))
+            os.close(self.filler)
 
     def watch(self, seconds, until=lambda: False):
         """Until that, so much time, or its end; counts the changes of its threads and registers."""
@@ -192,7 +201,7 @@ def shoot(task):
     story = "" if not problems else (
         f"FAIL shot {shot.number}: {', '.join(problems)}\n  {shot}\n  register changed before: "
         f"{was_changed}; {seconds:.3f} s to the end; output:\n"
-        f"{run.kept.lstrip(b'.').decode(errors='replace')}")
+        f"{run.kept.replace(b'....', b'').decode(errors='replace')}")
     return story, seconds, bool(was_changed)
 
 
