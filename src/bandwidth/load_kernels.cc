@@ -24,7 +24,9 @@ VELMO_INLINE void LoadPart(const char* base) {
 
 // What is stored. Not zeros: lines of zeros are written at twice the speed of others by some
 // processors (seen with non-temporal stores on AMD family 25: 54 and 27 GB/s).
-VELMO_INLINE __m128i StoreData() { return _mm_set1_epi64x(static_cast<long long>(0x9E3779B97F4A7C15)); }
+VELMO_INLINE __m128i StoreData() {
+  return _mm_set1_epi64x(static_cast<long long>(0x9E3779B97F4A7C15));
+}
 
 template <Store kStore, int kOffset>
 VELMO_INLINE void StorePart(char* base, __m128i data) {  // NOLINT(*-non-const-parameter): stored to

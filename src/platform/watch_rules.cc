@@ -26,7 +26,7 @@ constexpr double kClockLimit = 3;  // %
 
 constexpr Rule kRules[] = {
     {"stolen_time", "%", 0.5, 0, [](const WatchRecord& r) { return percent(r, r.stolen_seconds); }},
-    {"involuntary_switches", "1/s", 10, 2,
+    {"involuntary_switches", "1/s", 10, 5,
      [](const WatchRecord& r) {
        return Reading{r.involuntary_switches.value / r.seconds, r.involuntary_switches.reason};
      }},

@@ -30,6 +30,7 @@ constexpr size_t kSetUpCpus = 8;
 // The staircase of the caches.
 constexpr int64_t kSmallest = int64_t{16} * 1024;
 constexpr int64_t kLargest = 1024 * kMiB;
+constexpr int64_t kPage = 4096;
 
 // What a depth means.
 struct DepthPlan {
@@ -282,13 +283,12 @@ class Planner {
     const MemoryTarget memory{.node = Nearest(from, memory_nodes_)};
     const int cpu = measuring_cpu(CpusOf(from)).cpu_id;
     const auto cache = static_cast<double>(LastLevel({cpu}));
-    int64_t before = 0;
-    auto at = static_cast<double>(kSmallest);
-    while (at <= kLargest * 1.01) {
-      const int64_t size = std::lround(at / 4096) * 4096;
-      at *= std::exp2(at < cache ? 0.25 : 0.5);
-      if (size == before) continue;
-      before = size;
+    // Quarters of a doubling; beyond the caches the even ones.
+    for (int quarter = 0;; ++quarter) {
+      const double at = kSmallest * std::exp2(quarter / 4.0);
+      if (at > kLargest) return;
+      if (at > cache && quarter % 2 != 0) continue;
+      const int64_t size = std::lround(at / kPage) * kPage;
       CellPlan plan = NewCell(kLatencyBySize, from, memory, Common("node", options_.pages));
       plan.latency_cpu = cpu;
       plan.chain_bytes = size;

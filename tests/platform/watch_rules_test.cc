@@ -35,7 +35,7 @@ TEST(WatchRules, HoldUpToTheirLimits) {
     double allowed, broken;
   } rows[] = {
       {"stolen_time ", &WatchRecord::stolen_seconds, 0.0022, 0.0024},
-      {"involuntary_switches ", &WatchRecord::involuntary_switches, 4, 5},
+      {"involuntary_switches ", &WatchRecord::involuntary_switches, 5, 6},
       {"migration ", &WatchRecord::migrations, 0, 1},
       {"faults ", &WatchRecord::minor_faults, 8, 9},
       {"faults ", &WatchRecord::major_faults, 8, 9},
@@ -61,12 +61,12 @@ TEST(WatchRules, HoldUpToTheirLimits) {
   }
 }
 
-TEST(WatchRules, AllowShortStretchesOneAccident) {
+TEST(WatchRules, AllowShortStretchesAnAccident) {
   WatchRecord record = Quiet();
   record.seconds = 0.05;
-  record.involuntary_switches = {2};
+  record.involuntary_switches = {5};
   EXPECT_EQ(Broken(record), "");
-  record.involuntary_switches = {3};
+  record.involuntary_switches = {6};
   record.other_cpus_busy_seconds = record.busiest_cpu_seconds = {0.05};
   EXPECT_EQ(Broken(record, ClockReference{2000000000, "Hz"}), "involuntary_switches busy_cpus ");
 }
