@@ -184,12 +184,11 @@ ChildResult measure_in_child(const CellPlan& plan, double ticks_per_second, doub
   if (child == 0) run_child(plan, ticks_per_second, parent, saved, out.get(), err.get());
   out.Close();
   std::string text;
-  bool ended = child < 0;
   if (child < 0) {
     result.message = std::string("Failed to start a process: ") + std::strerror(errno);
   } else {
     const long deadline = monotonic_ns() + static_cast<long>(limit * 1e9);
-    ended = read_until(in.get(), deadline, waiting, text);
+    const bool ended = read_until(in.get(), deadline, waiting, text);
     if (!ended) kill(child, SIGKILL);
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {

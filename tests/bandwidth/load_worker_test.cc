@@ -97,18 +97,18 @@ TEST(LoadWorker, CoversItsRegionsAndStaysInside) {
 }
 
 TEST(LoadWorker, MarksBothRegionsAtEveryStride) {
-  char memory[2 * kPage];
+  char marked[2 * kPage];
   const std::array<long, 3> cases[] = {{kPage, 64, 0x1FE}, {kPage, 256, 0}, {960, 192, 7},
                                        {kPage, 64, -1},    {2048, 8192, 3}, {0, 64, 3}};
   for (const auto& [size, stride, fill] : cases) {
     std::string expected(2 * kPage, 'Z');
-    std::copy(expected.begin(), expected.end(), memory);
+    std::copy(expected.begin(), expected.end(), marked);
     for (long i = 0; fill != -1 && i < size / stride; ++i) {
       expected[i * stride] = expected[size + i * stride] = static_cast<char>(fill);
     }
     LoadWorker worker({.stride = static_cast<int>(stride)});
-    worker.SetMem(memory, size, fill);
-    EXPECT_EQ(std::string(memory, 2 * kPage), expected) << size << ' ' << stride;
+    worker.SetMem(marked, size, fill);
+    EXPECT_EQ(std::string(marked, 2 * kPage), expected) << size << ' ' << stride;
   }
 }
 
