@@ -14,13 +14,15 @@ namespace velmo {
 void bind_to_node(void* addr, long len, int node, bool tell_why) {
   bitmask* nodes = numa_allocate_nodemask();
   numa_bitmask_setbit(nodes, node);
-  if (mbind(addr, len, MPOL_BIND, nodes->maskp, nodes->size + 1, MPOL_MF_STRICT) < 0) {
-    std::string why;
-    if (tell_why) why = std::string(": mbind: ") + std::strerror(errno);
-    if (!why.empty() && errno == EPERM) why += ". A container needs the capability SYS_NICE";
-    Fatal() << "Failed to allocate memory on " << node << " node" << why << '\n';
-  }
+  const bool bound =
+      mbind(addr, len, MPOL_BIND, nodes->maskp, nodes->size + 1, MPOL_MF_STRICT) == 0;
+  const int reason = errno;
   numa_bitmask_free(nodes);
+  if (bound) return;
+  std::string why;
+  if (tell_why) why = std::string(": mbind: ") + std::strerror(reason);
+  if (tell_why && reason == EPERM) why += ". A container needs the capability SYS_NICE";
+  Fatal() << "Failed to allocate memory on " << node << " node" << why << '\n';
 }
 
 }  // namespace velmo
