@@ -27,7 +27,7 @@ class alignas(1024) LoadWorker {
   void SetMem(void* buf, long size, long fill);
 
   // Waits at the gate and moves memory: until stop_ is true, adding every pass to bytes_, or for
-  // the passes of the specification, leaving bandwidth_.
+  // as many passes as it was made for, leaving bandwidth_.
   void Start(Gate& gate);
 
   std::atomic<uint64_t> bytes_{0};  // moved since the driver last took the value

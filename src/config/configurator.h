@@ -1,8 +1,7 @@
 // The one record that carries every setting of a run.
 //
 // The global instance is filled once, by InputArguments, and never written afterwards. Every
-// benchmark works on a full copy of its own; what measures gets a specification with no more than
-// it needs.
+// benchmark works on a full copy of its own; what measures is told no more than it needs.
 
 #pragma once
 

@@ -9,7 +9,7 @@
 
 namespace velmo {
 
-// Pinned to the CPU of the worker's specification. It waits for its release, so that it is in place
+// Pinned to the CPU that the worker measures from. It waits for its release, so that it is in place
 // before it touches memory.
 class LatThread {
  public:

@@ -64,12 +64,6 @@ std::string find_group(const std::string& controller, bool version_2, const std:
   return "/";
 }
 
-std::string first_line(const std::string& path) {
-  std::string line;
-  read_first_line(path, line);
-  return line;
-}
-
 // Bytes that the group has taken, without the page cache that gives way.
 int64_t memory_used(const std::string& folder) {
   const std::string version_2 = first_line(folder + "/memory.current");

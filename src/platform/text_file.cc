@@ -72,4 +72,10 @@ std::optional<int64_t> number_after(std::string_view text, std::string_view key)
   return std::nullopt;
 }
 
+std::string first_line(const std::string& path) {
+  std::string line;
+  read_first_line(path, line);
+  return line;
+}
+
 }  // namespace velmo

@@ -24,6 +24,9 @@ bool read_line(std::istream& in, std::string& line);
 // opened or read, or its line is longer than kMaxLine.
 bool read_first_line(const std::string& path, std::string& line);
 
+// The same; empty where it cannot be read.
+std::string first_line(const std::string& path);
+
 // The file at `path`, up to 16 MiB of it, read at once as the files of the kernel want to be, into
 // `text`. False, with errno set, when it cannot be opened or read. Waits for no writer of a pipe.
 bool read_text(const std::string& path, std::string& text);

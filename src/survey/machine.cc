@@ -69,12 +69,6 @@ Json strictest(const std::vector<std::string>& folders, const char* controller, 
   return least < 0 ? Json("none") : Json(least);
 }
 
-std::string first_line(const std::string& path) {
-  std::string line;
-  read_first_line(path, line);
-  return line;
-}
-
 // CPUs' worth of time of a group: "QUOTA PERIOD" in version 2, two files in version 1.
 double cpu_quota(const std::string& folder) {
   const std::string both = first_line(folder + "/cpu.max");

@@ -11,6 +11,7 @@
 #include "app/console.h"
 #include "app/text.h"
 #include "platform/text_file.h"
+#include "survey/plan_depth.h"
 #include "survey/usable_memory.h"
 
 namespace velmo {
@@ -31,34 +32,6 @@ constexpr size_t kSetUpCpus = 8;
 constexpr int64_t kSmallest = int64_t{16} * 1024;
 constexpr int64_t kLargest = 1024 * kMiB;
 constexpr int64_t kPage = 4096;
-
-// What a depth means.
-struct DepthPlan {
-  int repeats;       // of idle and bandwidth cells
-  int few_repeats;   // of sizes and loaded curves
-  int points;        // of a loaded curve
-  bool every_curve;  // of all memories, not one of each kind
-  std::vector<Mix> mixes;
-  std::vector<Mix> loaded_mixes;
-};
-
-const Mix kReads{1, 0, 0};
-
-DepthPlan depth_plan(const SurveyOptions& options) {
-  const std::vector<Mix> all = {kReads,    {3, 1, 0}, {2, 1, 0}, {1, 1, 0},
-                                {1, 1, 1}, {2, 1, 1}, {0, 1, 1}};
-  const std::vector<Mix> few = {kReads, {2, 1, 0}, {1, 1, 1}};
-  DepthPlan plan{7, 3, 12, false, all, few};
-  if (options.depth == Depth::kQuick) plan = {3, 2, 8, false, few, {kReads}};
-  if (options.depth == Depth::kThorough) plan = {15, 7, 16, true, all, few};
-  if (!options.mixes.empty()) {
-    plan.mixes = options.mixes;
-    plan.loaded_mixes = options.mixes;
-    if (options.depth == Depth::kQuick) plan.loaded_mixes.resize(1, kReads);
-  }
-  if (options.repeats) plan.repeats = plan.few_repeats = *options.repeats;
-  return plan;
-}
 
 int64_t round_up(int64_t value, int64_t unit) { return (value + unit - 1) / unit * unit; }
 
