@@ -103,7 +103,7 @@
           plugins: {tooltip: {callbacks: {label: ({raw: {host, x, value}}) =>
             host ? `${host}: ${value}, ${percent(x)}` : percent(x)}}},
         }});
-    section.append(velmo.fold("Table", velmo.table("The hosts among themselves",
+    section.append(velmo.fold("Table", () => velmo.table("The hosts among themselves",
       [{title: "Figure", text: true}, {title: "Median"}, {title: "Host", text: true},
        {title: "Value"}, {title: "Change"}],
       rows.flatMap(({label, median, slow: hosts}) => hosts.length
@@ -161,7 +161,7 @@
           velmo.swatch(n + 1, n, velmo.marker(n)))),
         velmo.toggle("group", chart, [0, 1, 2].map((n) => hosts.length + n), true,
                      velmo.swatch(0, 0))), place);
-      section.append(velmo.fold("Table", velmo.table(title,
+      section.append(velmo.fold("Table", () => velmo.table(title,
         [{title: "Host", text: true}, {title: "Bandwidth, GB/s"}, {title: "Latency, ns"}],
         curve.hosts.flatMap(({host, points}) =>
           points.map(([x, y]) => [host, figure(x), figure(y)])))));

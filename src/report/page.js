@@ -90,8 +90,17 @@ const velmo = (() => {
         el("tbody", {}, body)));
   }
 
-  const fold = (title, ...children) =>
-    el("details", {}, el("summary", {}, title), ...children);
+  // A fold. `fill` makes what is in it (an element, or a list of them): when it is opened, or the
+  // page is drawn and the browser has nothing else to do, so that long tables delay no chart.
+  function fold(title, fill) {
+    let open = () => {
+      open = () => {};
+      made.append(...[fill()].flat());
+    };
+    const made = el("details", {toggle: () => open()}, el("summary", {}, title));
+    (window.requestIdleCallback ?? setTimeout)(() => open());
+    return made;
+  }
 
   // A section of the page under a heading, with a sentence that says how to read it.
   function section(id, title, note, ...children) {

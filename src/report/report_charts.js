@@ -38,14 +38,15 @@ const charts = (() => {
                      chart.config.type === "bar" ? "bar" : undefined))));
   }
 
-  // A section with its chart, its legend and, behind a fold, its table.
+  // A section with its chart, its legend and, behind a fold, its table, whose rows a function
+  // makes.
   function draw({id, title, note, label, height, config, columns, rows}) {
     const place = el("div");
     const section = velmo.section(id, title, note, place);
     const chart = velmo.chart(place, `${id}-chart`, label, height, config);
     const buttons = legend(chart);
     if (buttons) section.insertBefore(buttons, place);
-    section.append(velmo.fold("Table", velmo.table(title, columns, rows)));
+    section.append(velmo.fold("Table", () => velmo.table(title, columns, rows())));
   }
 
   // Vertical lines at the sizes of the caches, each with its name on top.
@@ -117,7 +118,7 @@ const charts = (() => {
             tables.hover(raw.e, figure, "ns")}}}}},
       columns: [{title: "Buffer", text: true}, ...(several ? [{title: "Survey", text: true}] : []),
                 {title: "Average, ns"}, {title: "Interval, ns"}, {title: "Repeats"}],
-      rows: steps.flatMap(({survey, cells}) => cells.map((cell) => {
+      rows: () => steps.flatMap(({survey, cells}) => cells.map((cell) => {
         const e = estimate(cell, "average_ns");
         return [velmo.bytes(cell.parameters.buffer_bytes), ...(several ? [survey.name] : []),
                 figure(e.median), tables.range(e, figure), e.repeats];
@@ -159,7 +160,7 @@ const charts = (() => {
             `(${velmo.number(raw.count)} loads)`}}}}},
       columns: [{title: "Memory", text: true}, {title: "Bin, ns"}, {title: "Loads"},
                 {title: "Share, %"}],
-      rows: datasets.flatMap(({label, data}) => data.filter(({count}) => count).map((point) =>
+      rows: () => datasets.flatMap(({label, data}) => data.filter(({count}) => count).map((point) =>
         [label, bins(point), velmo.number(point.count),
          String(+point.y.toPrecision(3))])),
     });
@@ -192,7 +193,7 @@ const charts = (() => {
           `${dataset.label}: ${tables.hover(raw.e, gigabytes, "GB/s")}`}}}}},
       columns: [{title: "Memory", text: true}, {title: "Mix", text: true},
                 {title: "Bandwidth, GB/s"}, {title: "Interval, GB/s"}, {title: "Repeats"}],
-      rows: shown.flatMap((memory) => measured(memory).map((cell) => {
+      rows: () => shown.flatMap((memory) => measured(memory).map((cell) => {
         const e = estimate(cell, "bytes_per_second");
         return [memory.label, cell.parameters.mix, gigabytes(e.median),
                 tables.range(e, gigabytes), e.repeats];

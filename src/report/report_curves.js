@@ -156,7 +156,7 @@ const curves = (() => {
           plugins: {tooltip}}});
     section.insertBefore(el("div", {class: "controls"}, legend(chart)), place);
     chart.update("none");
-    section.append(velmo.fold("Table", velmo.table("Latency under load",
+    section.append(velmo.fold("Table", () => velmo.table("Latency under load",
       [{title: "Memory", text: true}, {title: "Mix", text: true}, {title: "Delay"},
        {title: "Bandwidth, GB/s"}, {title: "Average, ns"}, {title: "Median, ns"},
        {title: "99th, ns"}, {title: "99.9th, ns"}],

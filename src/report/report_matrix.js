@@ -73,7 +73,7 @@ const matrices = (() => {
           el("thead", {}, el("tr", {}, el("th", {class: "text"}, wide ? "CPUs ╲ memory" : ""),
             columns.map((column) => el("th", {scope: "col"}, short(column))))),
           el("tbody", {}, body))),
-      velmo.fold("Table", velmo.table(kind.title, [{title: "CPU node", text: true},
+      velmo.fold("Table", () => velmo.table(kind.title, [{title: "CPU node", text: true},
         {title: "Memory", text: true}, {title: `Median, ${kind.unit}`},
         {title: `Interval, ${kind.unit}`}, {title: "Kind", text: true},
         {title: "Times as slow as local"}], texts)));

@@ -70,7 +70,7 @@ const tables = (() => {
     const table = velmo.table("Cells that need a look", [
       {title: "Cell", text: true}, {title: "State", text: true}, {title: "Why", text: true}], rows);
     table.classList.add("prose");
-    return rows.length <= 6 ? table : velmo.fold(`All ${rows.length} of them`, table);
+    return rows.length <= 6 ? table : velmo.fold(`All ${rows.length} of them`, () => table);
   }
 
   function verdict(survey) {
@@ -207,10 +207,10 @@ const tables = (() => {
         entries.map((entry) => members.map((member) => member in entry
           ? el("span", {class: "wrap"}, model.valueText(member, entry[member])) : "–")))];
     };
-    return velmo.fold(several ? survey.name : "Everything that was read of it",
+    return velmo.fold(several ? survey.name : "Everything that was read of it", () => [
       velmo.table("Machine", [{title: "", text: true}, {title: "", text: true}],
                   facts.map(([name, text]) => fact(name, text))),
-      ...lists.flatMap(list));
+      ...lists.flatMap(list)]);
   }
 
   function machine() {

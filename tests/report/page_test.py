@@ -15,6 +15,7 @@ import time
 
 from selenium import webdriver
 from selenium.webdriver.common.by import By
+from selenium.webdriver.support.ui import WebDriverWait
 
 HOSTILE = "</script><img src=x onerror=alert(1)>&amp;\u2028\""
 SWITCHES = ("headless no-sandbox disable-gpu disable-quic no-first-run disable-sync "
@@ -73,9 +74,9 @@ def check_charts(browser, surveys):
     shown = [("idle_latency", "average_ns", 1), ("bandwidth", "bytes_per_second", 1e9)]
     tables = browser.find_elements(By.CSS_SELECTOR, ".matrix details")
     for table, (kind, name, unit) in zip(tables, shown * len(surveys)):
-        rows = browser.execute_script(
-            "return [...arguments[0].querySelectorAll('tbody tr')].map((row) => "
-            "[...row.children].slice(0, 3).map((cell) => cell.textContent))", table)
+        rows = WebDriverWait(browser, 20).until(lambda _: browser.execute_script(
+            "arguments[0].open = true; return [...arguments[0].querySelectorAll('tbody tr')].map("
+            "(row) => [...row.children].slice(0, 3).map((cell) => cell.textContent))", table))
         expected = {(f"node {c['from']['cpu_node']}", memory_name(c["memory"]),
                      c["summary"][name]["median"] / unit) for c in of_kind(kind) if c["summary"]}
         for row in rows:
