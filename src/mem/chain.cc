@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "app/threads.h"
+#include "mem/mapping.h"
 
 namespace velmo {
 namespace {
@@ -106,9 +107,12 @@ void lay_rnd_chain_on(const std::vector<int>& cpus, void* buf, long size, int st
   run_pinned(cpus, [&](size_t part) {
     const uint64_t begin = blocks * part / cpus.size();
     const uint64_t end = blocks * (part + 1) / cpus.size();
-    lay_blocks(buf, size, stride, begin, end);
     const uint64_t first = std::min(n, begin * per);
-    flush_lines(static_cast<char*>(buf) + first * stride, std::min(n, end * per) - first, stride);
+    const uint64_t count = std::min(n, end * per) - first;
+    char* const at = static_cast<char*>(buf) + first * stride;
+    touch_pages(at, static_cast<long>(count) * stride);
+    lay_blocks(buf, size, stride, begin, end);
+    flush_lines(at, count, stride);
   });
 }
 

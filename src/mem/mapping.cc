@@ -84,6 +84,15 @@ void unmap(void* addr, long len, const char* failure) {
 
 }  // namespace
 
+void touch_pages(void* addr, long len) {
+#ifdef MADV_POPULATE_WRITE
+  if (madvise(addr, len, MADV_POPULATE_WRITE) == 0) return;
+#endif
+  constexpr long kPage = 4096;
+  auto* const bytes = static_cast<volatile char*>(addr);
+  for (long at = 0; at < len; at += kPage) bytes[at] = 0;
+}
+
 void mmap_numa(void*& addr, long len, int node, bool no_bind, PageSize pages) {
   addr = mmap(nullptr, len, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | pool_flags(pages),
               -1, 0);

@@ -37,6 +37,11 @@ void mmap_devdax(void*& addr, long len, const std::string& path);
 // nothing is left behind.
 void mmap_pmem(void*& addr, long len, const std::string& dir);
 
+// First touch of the pages of `len` bytes at `addr`, where one begins, by the calling thread: their
+// memory is there then, and zero. At once, in about half the time of a touch of each, where the
+// kernel can (since Linux 5.14).
+void touch_pages(void* addr, long len);
+
 // Release what the function of the same kind has mapped. The pointer stays as it is.
 void munmap_numa(void*& addr, long len);
 void munmap_devmem(void*& addr, long len);

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <optional>
 
 #include "app/clock.h"
@@ -12,6 +11,7 @@
 #include "bandwidth/measure_bandwidth.h"
 #include "latency/summarize.h"
 #include "loaded/measure_point.h"
+#include "mem/mapping.h"
 #include "platform/placement.h"
 #include "survey/loaded_delays.h"
 #include "survey/record_json.h"
@@ -184,8 +184,8 @@ class Regions {
     run_pinned(cpus, [&](size_t i) {
       buffers_[i] = Buffer(plan.load[i].memory, 2 * bytes_, {.pages = plan.pages, .zero = false});
       // What is only read has to be there, too: pages that nobody wrote are all the same one.
-      if (load.read_step > 0) std::memset(buffers_[i].data(), 0, bytes_);
-      if (load.write_step > 0) std::memset(buffers_[i].bytes() + bytes_, 0, bytes_);
+      if (load.read_step > 0) touch_pages(buffers_[i].data(), bytes_);
+      if (load.write_step > 0) touch_pages(buffers_[i].bytes() + bytes_, bytes_);
     });
     begin_ = load.read_step > 0 ? 0 : bytes_;
     for (const LoadSeat& seat : plan.load) nodes_.push_back(seat.memory.node);

@@ -256,11 +256,11 @@ class Planner {
     const MemoryTarget memory{.node = Nearest(from, memory_nodes_)};
     const int cpu = measuring_cpu(CpusOf(from)).cpu_id;
     const auto cache = static_cast<double>(LastLevel({cpu}));
-    // Quarters of a doubling; beyond the caches the even ones.
+    // Quarters of a doubling; beyond the caches whole ones.
     for (int quarter = 0;; ++quarter) {
       const double at = kSmallest * std::exp2(quarter / 4.0);
       if (at > kLargest) return;
-      if (at > cache && quarter % 2 != 0) continue;
+      if (at > cache && quarter % 4 != 0) continue;
       const int64_t size = std::lround(at / kPage) * kPage;
       CellPlan plan = NewCell(kLatencyBySize, from, memory, Common("node", options_.pages));
       plan.latency_cpu = cpu;
