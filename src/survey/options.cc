@@ -136,6 +136,86 @@ double parse_precision(const std::string& text) {
   return *value / 100;
 }
 
+// What stands behind options whose values have a form of their own.
+struct Given {
+  std::string only;
+  std::string cpu_nodes;
+  std::string memory_nodes;
+  std::string size;
+  std::string pages = "4k";
+  std::string mixes;
+  std::string limit;
+  std::string precision;
+  std::string seed;
+  bool quick = false;
+  bool thorough = false;
+};
+
+void declare(CLI::App& app, SurveyOptions& options, Given& given) {
+  app.add_option("-o", options.output,
+                 "File to write; - is standard output (velmo_<host>_<UTC>.json here)")
+      ->type_name("FILE");
+  auto* quick_flag = app.add_flag("--quick", given.quick, "Fewer repeats, mixes and points: 30 s");
+  app.add_flag("--thorough", given.thorough, "More repeats, every loaded curve")
+      ->excludes(quick_flag);
+  app.add_option("--only", given.only, "Kinds of cells: idle,sizes,bandwidth,loaded")
+      ->type_name("KINDS");
+  app.add_option("--cpu-nodes", given.cpu_nodes, "Measure from these nodes alone")
+      ->type_name("LIST");
+  app.add_option("--memory-nodes", given.memory_nodes, "Measure these nodes alone")
+      ->type_name("LIST");
+  app.add_option("--device", options.devices, "Measure this device-DAX device, too")
+      ->type_name("PATH")
+      ->allow_extra_args(false);
+  app.add_option("--directory", options.directories, "Measure a file in this directory, too")
+      ->type_name("DIR")
+      ->allow_extra_args(false);
+  app.add_option("--size", given.size,
+                 "Bytes of a buffer, as 256m, in place of what the caches call for")
+      ->type_name("SIZE");
+  app.add_option("--pages", given.pages, "Pages of the buffers: 4k, thp, 2m or 1g (4k)")
+      ->type_name("PAGES");
+  app.add_option("--mixes", given.mixes, "Reads:writes, n for non-temporal writes, as 1:0,2:1,2:1n")
+      ->type_name("LIST");
+  app.add_option("--repeats", options.repeats, "Repeats of a cell at most")
+      ->check(CLI::Range(1, 1000))
+      ->type_name("N");
+  app.add_option("--precision", given.precision,
+                 "Repeat until medians are known this well, in percent (latency 1, bandwidth 2)")
+      ->type_name("PERCENT");
+  app.add_option("--time-limit", given.limit, "End after this time, as 90s, 10m or 2h")
+      ->type_name("DURATION");
+  app.add_option("--seed", given.seed, "Order of the cells (a random one)")->type_name("N");
+  app.add_flag("--strict", options.strict, "End with status 3 when a cell is disturbed or failed");
+  app.add_flag("--quiet", options.quiet, "No progress and no tables");
+}
+
+void convert(const CLI::App& app, const Given& given, SurveyOptions& options) {
+  if (given.quick) options.depth = Depth::kQuick;
+  if (given.thorough) options.depth = Depth::kThorough;
+  for (const auto& [name, kind] : kKindNames) options.kinds.insert(kind);
+  if (app.count("--only") > 0) options.kinds = parse_kinds(given.only);
+  if (app.count("--cpu-nodes") > 0) options.cpu_nodes = parse_nodes("--cpu-nodes", given.cpu_nodes);
+  if (app.count("--memory-nodes") > 0) {
+    options.memory_nodes = parse_nodes("--memory-nodes", given.memory_nodes);
+  }
+  if (app.count("--size") > 0) options.size = parse_size(given.size);
+  const auto page_name = kPageNames.find(given.pages);
+  if (page_name == kPageNames.end()) {
+    Fatal() << "Unknown pages: " << given.pages << ". There are 4k, thp, 2m and 1g\n";
+  }
+  options.pages = page_name->second;
+  for (const std::string& text : split(given.mixes)) {
+    const Mix mix = parse_mix(text);
+    if (std::ranges::find(options.mixes, mix) == options.mixes.end()) options.mixes.push_back(mix);
+  }
+  if (app.count("--mixes") > 0 && options.mixes.empty()) Fatal() << "--mixes names no mix\n";
+  if (app.count("--precision") > 0) options.precision = parse_precision(given.precision);
+  if (app.count("--time-limit") > 0) options.time_limit = parse_duration(given.limit);
+  options.seed =
+      app.count("--seed") > 0 ? parse_seed(given.seed) : std::random_device()() & 0x7fffffff;
+}
+
 }  // namespace
 
 std::string mix_text(const Mix& mix) {
@@ -156,72 +236,10 @@ SurveyOptions parse_survey_options(int argc, char** argv) {
       "Measures all memory of the machine: idle latency, latency by size, bandwidth and latency "
       "under load, each with its uncertainty, and keeps it as one JSON file.",
       "velmo survey");
-  std::string only;
-  std::string cpu_nodes;
-  std::string memory_nodes;
-  std::string size;
-  std::string pages = "4k";
-  std::string mixes;
-  std::string limit;
-  std::string precision;
-  std::string seed;
-  bool quick = false;
-  bool thorough = false;
-  app.add_option("-o", options.output,
-                 "File to write; - is standard output (velmo_<host>_<UTC>.json here)")
-      ->type_name("FILE");
-  auto* quick_flag = app.add_flag("--quick", quick, "Fewer repeats, mixes and points: 30 s");
-  app.add_flag("--thorough", thorough, "More repeats, every loaded curve")->excludes(quick_flag);
-  app.add_option("--only", only, "Kinds of cells: idle,sizes,bandwidth,loaded")->type_name("KINDS");
-  app.add_option("--cpu-nodes", cpu_nodes, "Measure from these nodes alone")->type_name("LIST");
-  app.add_option("--memory-nodes", memory_nodes, "Measure these nodes alone")->type_name("LIST");
-  app.add_option("--device", options.devices, "Measure this device-DAX device, too")
-      ->type_name("PATH")
-      ->allow_extra_args(false);
-  app.add_option("--directory", options.directories, "Measure a file in this directory, too")
-      ->type_name("DIR")
-      ->allow_extra_args(false);
-  app.add_option("--size", size, "Bytes of a buffer, as 256m, in place of what the caches call for")
-      ->type_name("SIZE");
-  app.add_option("--pages", pages, "Pages of the buffers: 4k, thp, 2m or 1g (4k)")
-      ->type_name("PAGES");
-  app.add_option("--mixes", mixes, "Reads:writes, n for non-temporal writes, as 1:0,2:1,2:1n")
-      ->type_name("LIST");
-  app.add_option("--repeats", options.repeats, "Repeats of a cell at most")
-      ->check(CLI::Range(1, 1000))
-      ->type_name("N");
-  app.add_option("--precision", precision,
-                 "Repeat until medians are known this well, in percent (latency 1, bandwidth 2)")
-      ->type_name("PERCENT");
-  app.add_option("--time-limit", limit, "End after this time, as 90s, 10m or 2h")
-      ->type_name("DURATION");
-  app.add_option("--seed", seed, "Order of the cells (a random one)")->type_name("N");
-  app.add_flag("--strict", options.strict, "End with status 3 when a cell is disturbed or failed");
-  app.add_flag("--quiet", options.quiet, "No progress and no tables");
+  Given given;
+  declare(app, options, given);
   parse_word(app, argc, argv);
-
-  if (quick) options.depth = Depth::kQuick;
-  if (thorough) options.depth = Depth::kThorough;
-  for (const auto& [name, kind] : kKindNames) options.kinds.insert(kind);
-  if (app.count("--only") > 0) options.kinds = parse_kinds(only);
-  if (app.count("--cpu-nodes") > 0) options.cpu_nodes = parse_nodes("--cpu-nodes", cpu_nodes);
-  if (app.count("--memory-nodes") > 0) {
-    options.memory_nodes = parse_nodes("--memory-nodes", memory_nodes);
-  }
-  if (app.count("--size") > 0) options.size = parse_size(size);
-  const auto page_name = kPageNames.find(pages);
-  if (page_name == kPageNames.end()) {
-    Fatal() << "Unknown pages: " << pages << ". There are 4k, thp, 2m and 1g\n";
-  }
-  options.pages = page_name->second;
-  for (const std::string& text : split(mixes)) {
-    const Mix mix = parse_mix(text);
-    if (std::ranges::find(options.mixes, mix) == options.mixes.end()) options.mixes.push_back(mix);
-  }
-  if (app.count("--mixes") > 0 && options.mixes.empty()) Fatal() << "--mixes names no mix\n";
-  if (app.count("--precision") > 0) options.precision = parse_precision(precision);
-  if (app.count("--time-limit") > 0) options.time_limit = parse_duration(limit);
-  options.seed = app.count("--seed") > 0 ? parse_seed(seed) : std::random_device()() & 0x7fffffff;
+  convert(app, given, options);
   return options;
 }
 
