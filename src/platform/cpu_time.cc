@@ -9,6 +9,7 @@ namespace velmo {
 // (proc(5)); guests' time, behind them, is part of user's.
 std::map<int, CpuTime> parse_cpu_times(std::string_view text) {
   constexpr size_t kColumns = 8;
+  constexpr int64_t kMost = int64_t{1} << 59;  // damaged text may say more; all together fit
   std::map<int, CpuTime> times;
   // The CPUs stand first, one after the other.
   while (text.starts_with("cpu")) {
@@ -23,6 +24,7 @@ std::map<int, CpuTime> parse_cpu_times(std::string_view text) {
     for (int64_t& column : ticks) {
       while (at != end && *at == ' ') ++at;
       at = std::from_chars(at, end, column).ptr;
+      column = std::clamp<int64_t>(column, 0, kMost);
     }
     CpuTime& time = times[cpu];
     for (const int64_t column : ticks) time.total += column;
