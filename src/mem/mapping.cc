@@ -156,7 +156,9 @@ void munmap_numa(void*& addr, long len) { unmap(addr, len, "Failed to free memor
 void munmap_devmem(void*& addr, long len) { unmap(addr, len, "Failed to free memory.\n"); }
 
 void munmap_devdax(void*& addr, long len) {
-  madvise(addr, len, MADV_REMOVE);  // a file is left as it was found; devices know no such thing
+  // A file is left as it was found, also where its file system cannot punch holes into it. Devices,
+  // of which the kernel says ENODEV, are left as they are.
+  if (madvise(addr, len, MADV_REMOVE) != 0 && errno != ENODEV) std::memset(addr, 0, len);
   unmap(addr, len, "Failed to free memory.\n");
 }
 

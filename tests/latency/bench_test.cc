@@ -1,5 +1,6 @@
 #include "latency/bench.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
@@ -49,6 +50,19 @@ TEST(Buffer, OfEachKindIsZeroedAndReleased) {
   std::filesystem::remove(used);
   std::filesystem::remove(device);
   EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+  // Once it is sealed, no hole can be punched into a file in memory.
+  const int sealed = memfd_create("sealed", MFD_ALLOW_SEALING);
+  ASSERT_EQ(ftruncate(sealed, kSize), 0);
+  {
+    TestBench bench(kMemDevdax, "/proc/self/fd/" + std::to_string(sealed));
+    const Buffer buffer = bench.AllocMem(kSize, -1, 0);
+    buffer.bytes()[kSize - 1] = 'x';
+    ASSERT_EQ(fcntl(sealed, F_ADD_SEALS, F_SEAL_FUTURE_WRITE), 0);
+  }
+  char last = 'y';
+  EXPECT_EQ(pread(sealed, &last, 1, kSize - 1), 1);
+  EXPECT_EQ(last, 0);
+  close(sealed);
 }
 
 TEST(Buffer, FailureToMapEndsTheProgram) {
