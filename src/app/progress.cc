@@ -1,7 +1,6 @@
 #include "app/progress.h"
 
 #include <poll.h>
-#include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 
@@ -16,6 +15,7 @@
 #include <thread>
 
 #include "app/console.h"
+#include "app/cpu_set.h"
 #include "app/text.h"
 #include "app/threads.h"
 
@@ -25,11 +25,9 @@ namespace {
 constexpr size_t kDefaultWidth = 80;
 
 // CPUs of the calling thread without `excluded`.
-cpu_set_t own_cpus_without(const std::vector<int>& excluded) {
-  cpu_set_t cpus;
-  CPU_ZERO(&cpus);
-  sched_getaffinity(0, sizeof cpus, &cpus);
-  for (const int cpu : excluded) CPU_CLR(cpu, &cpus);
+CpuSet own_cpus_without(const std::vector<int>& excluded) {
+  CpuSet cpus = CpuSet::OfCaller().value_or(CpuSet());
+  for (const int cpu : excluded) cpus.Remove(cpu);
   return cpus;
 }
 
@@ -88,7 +86,7 @@ void intercept_streams(void (*before)()) {
 
 class Progress::Drawer {
  public:
-  Drawer(const Phase& phase, const ProgressLine& line, const cpu_set_t& cpus)
+  Drawer(const Phase& phase, const ProgressLine& line, const CpuSet& cpus)
       : phase_(phase),
         line_(line),
         cpus_(cpus),
@@ -133,7 +131,7 @@ class Progress::Drawer {
   }
 
   void Run() try {
-    if (sched_setaffinity(0, sizeof cpus_, &cpus_) != 0) return;
+    if (!cpus_.ConfineCaller()) return;
     std::unique_lock lock(mutex_);
     while (!ended_) {
       end_.wait_until(lock, due_);
@@ -182,7 +180,7 @@ class Progress::Drawer {
 
   const Phase phase_;
   const ProgressLine line_;
-  const cpu_set_t cpus_;
+  const CpuSet cpus_;
   const long start_ = monotonic_ns();
   static inline std::mutex mutex_;  // of what follows
   static inline Drawer* shown_ = nullptr;
@@ -195,8 +193,8 @@ class Progress::Drawer {
 
 Progress::Progress(const Phase& phase, const ProgressLine& line) {
   if (isatty(line.fd) != 1) return;
-  const cpu_set_t cpus = own_cpus_without(phase.measuring);
-  if (CPU_COUNT(&cpus) > 0) drawer_ = std::make_unique<Drawer>(phase, line, cpus);
+  const CpuSet cpus = own_cpus_without(phase.measuring);
+  if (cpus.Count() > 0) drawer_ = std::make_unique<Drawer>(phase, line, cpus);
 }
 
 Progress::~Progress() = default;

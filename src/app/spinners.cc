@@ -3,9 +3,8 @@
 #include <pthread.h>
 #include <sched.h>
 
-#include <cstring>
-
 #include "app/clock.h"
+#include "app/cpu_set.h"
 #include "app/threads.h"
 
 namespace velmo {
@@ -21,9 +20,7 @@ void Spinners::Start(int cpu) {
     return;
   }
   // The starting thread is pinned and hands that on.
-  cpu_set_t all;
-  std::memset(&all, 0xFF, sizeof all);
-  pthread_setaffinity_np(threads_.back().native_handle(), sizeof all, &all);
+  CpuSet::All().Confine(threads_.back());
 }
 
 Spinners::~Spinners() {

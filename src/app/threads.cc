@@ -1,26 +1,14 @@
 #include "app/threads.h"
 
 #include <pthread.h>
-#include <sched.h>
 #include <unistd.h>
 
 #include <latch>
 
 #include "app/console.h"
+#include "app/cpu_set.h"
 
 namespace velmo {
-namespace {
-
-// A set of the one CPU `cpu`; empty, which the kernel refuses, when it lies beyond the set.
-cpu_set_t only(unsigned int cpu) {
-  cpu_set_t set;
-  CPU_ZERO(&set);
-  if (cpu < CPU_SETSIZE) CPU_SET(cpu, &set);
-  return set;
-}
-
-}  // namespace
-
 void check_root() {
   if (getuid() != 0) Warn() << "VELMO requires root privilege\n";
 }
@@ -32,25 +20,20 @@ bool change_scheduling_priority(int inc) {
 }
 
 void set_cpu_affinity(unsigned int cpu) {
-  const cpu_set_t set = only(cpu);
-  if (sched_setaffinity(0, sizeof set, &set) != 0) {
+  if (!CpuSet::Only(cpu).ConfineCaller()) {
     Fatal() << "Failed to pin process to CPU " << cpu << '\n';
   }
 }
 
 void set_thread_affinity(std::thread* t, unsigned int cpu) {
-  const cpu_set_t set = only(cpu);
-  if (pthread_setaffinity_np(t->native_handle(), sizeof set, &set) != 0) {
+  if (!CpuSet::Only(cpu).Confine(*t)) {
     Fatal() << "Failed to pin thread to CPU " << cpu << '\n';
   }
 }
 
 void check_still_pinned(unsigned int cpu) {
-  const cpu_set_t pinned = only(cpu);
-  cpu_set_t allowed;
-  CPU_ZERO(&allowed);
-  // Fails, and tells nothing, where the kernel has more CPUs than the set.
-  if (sched_getaffinity(0, sizeof allowed, &allowed) < 0 || CPU_EQUAL(&allowed, &pinned)) return;
+  const CpuSet pinned = CpuSet::Only(cpu);
+  if (CpuSet::OfCaller().value_or(pinned) == pinned) return;
   Fatal() << "CPU " << cpu << " was taken away while it measured; the result is void. It went "
           << "offline, or somebody moved the thread\n";
 }

@@ -20,10 +20,10 @@ void check_root();
 // as false: a call that fails (-1) stays silent, since a run without the priority is still a run.
 bool change_scheduling_priority(int inc);
 
-// Pins the calling thread to `cpu` (0..1023). exit(1) when the kernel refuses.
+// Pins the calling thread to `cpu` (0..8191). exit(1) when the kernel refuses.
 void set_cpu_affinity(unsigned int cpu);
 
-// Pins `t` to `cpu` (0..1023), also while it runs. exit(1) when the kernel refuses.
+// Pins `t` to `cpu` (0..8191), also while it runs. exit(1) when the kernel refuses.
 void set_thread_affinity(std::thread* t, unsigned int cpu);
 
 // exit(1) when the calling thread may run elsewhere than on `cpu`, to which it was pinned: the

@@ -1,15 +1,15 @@
 #include "fleet/fleet_files.h"
 
-#include <sched.h>
-
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <stdexcept>
 #include <thread>
 #include <tuple>
 
+#include "app/cpu_set.h"
 #include "fleet/host_reader.h"
 #include "platform/text_file.h"
 
@@ -20,9 +20,8 @@ constexpr int kMostThreads = 16;  // more wait for the disk, and for names that 
 
 // CPUs that the process may use.
 int usable_cpus() {
-  cpu_set_t set;
-  if (sched_getaffinity(0, sizeof set, &set) != 0) return 1;  // more than 1,024 CPUs
-  return CPU_COUNT(&set);
+  const std::optional<CpuSet> cpus = CpuSet::OfCaller();
+  return cpus ? cpus->Count() : 1;
 }
 
 // Lines "host<tab>reason", as packaging/slurm/velmo-survey.sbatch writes them.

@@ -1,37 +1,27 @@
 #include "platform/usable.h"
 
-#include <sched.h>
-
 #include <algorithm>
-#include <array>
 #include <fstream>
 #include <iterator>
+#include <optional>
 
+#include "app/cpu_set.h"
 #include "app/text.h"
 #include "platform/text_file.h"
 
 namespace velmo {
-namespace {
-
-// As many CPUs as a kernel for x86-64 can have (CONFIG_NR_CPUS).
-using CpuSet = std::array<cpu_set_t, 8192 / CPU_SETSIZE>;
-
-}  // namespace
 
 std::vector<int> usable_cpus() {
-  CpuSet before{};
-  if (sched_getaffinity(0, sizeof before, before.data()) < 0) return {};
-  CpuSet all;
-  std::fill_n(reinterpret_cast<unsigned char*>(all.data()), sizeof all, 0xFF);
-  CpuSet usable{};
-  const bool known = sched_setaffinity(0, sizeof all, all.data()) == 0 &&
-                     sched_getaffinity(0, sizeof usable, usable.data()) == 0;
-  sched_setaffinity(0, sizeof before, before.data());
+  const std::optional<CpuSet> before = CpuSet::OfCaller();
+  if (!before) return {};
+  const bool widened = CpuSet::All().ConfineCaller();
+  const std::optional<CpuSet> usable = CpuSet::OfCaller();
+  before->ConfineCaller();
 
   std::vector<int> cpus;
-  if (!known) return cpus;
-  for (int cpu = 0; cpu < static_cast<int>(8 * sizeof usable); ++cpu) {
-    if (CPU_ISSET_S(cpu, sizeof usable, usable.data())) cpus.push_back(cpu);
+  if (!widened || !usable) return cpus;
+  for (int cpu = 0; cpu < CpuSet::kCpus; ++cpu) {
+    if (usable->Has(cpu)) cpus.push_back(cpu);
   }
   return cpus;
 }
