@@ -162,18 +162,11 @@ void Configurator::DeriveTargets() {
 
 void Configurator::CheckAllowedNodes() const {
   if (mem_mode != kMemNuma || no_memnode) return;
-  const std::vector<int> forbidden = numa_info.nodes_forbidden();
+  const MemoryNodes nodes = numa_info.nodes_of_process();
   for (const int node : memnode_list) {
-    if (!std::ranges::binary_search(forbidden, node)) continue;
-    std::vector<int> allowed;
-    for (size_t n = 0; n < numa_info.numa_list.size(); ++n) {
-      const auto number = static_cast<int>(n);
-      if (numa_info.numa_list[n].is_online && !std::ranges::binary_search(forbidden, number)) {
-        allowed.push_back(number);
-      }
-    }
+    if (!std::ranges::binary_search(nodes.forbidden, node)) continue;
     Fatal() << "Memory node " << node << " is outside the cpuset of this process. Allowed nodes: "
-            << vector_to_str_range(allowed, 0) << '\n';
+            << vector_to_str_range(nodes.allowed, 0) << '\n';
   }
 }
 

@@ -36,7 +36,7 @@ NumaInfo::NumaInfo()
       max_node(numa_max_node),
       distance(numa_distance),
       cpus_of_process(velmo::usable_cpus),
-      nodes_forbidden([] { return forbidden_nodes(); }) {}
+      nodes_of_process([] { return memory_nodes(); }) {}
 
 void NumaInfo::Parse() {
   usable_cpus = cpus_of_process();

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/usable.h"
+
 namespace velmo {
 
 class NumaInfo {
@@ -82,7 +84,7 @@ class NumaInfo {
   int (*max_node)();
   int (*distance)(int, int);
   std::vector<int> (*cpus_of_process)();  // platform/usable.h; called once, by Parse
-  std::vector<int> (*nodes_forbidden)();
+  MemoryNodes (*nodes_of_process)();      // the same; called where a node is chosen
 
  private:
   void FindNearestNodes();

@@ -10,6 +10,23 @@
 #include "platform/text_file.h"
 
 namespace velmo {
+namespace {
+
+// The list behind "Mems_allowed_list:" among the lines of `status`; none: there is no such line.
+std::optional<std::vector<int>> allowed_list(std::istream& status) {
+  const std::string key = "Mems_allowed_list:";
+  for (std::string text; read_line(status, text);) {
+    if (!text.starts_with(key)) continue;
+    text.erase(0, key.size());
+    std::replace(text.begin(), text.end(), '\t', ' ');
+    std::vector<int> allowed;
+    if (parse_list(text, allowed).empty()) return allowed;
+    break;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
 
 std::vector<int> usable_cpus() {
   const std::optional<CpuSet> before = CpuSet::OfCaller();
@@ -26,25 +43,19 @@ std::vector<int> usable_cpus() {
   return cpus;
 }
 
-std::vector<int> forbidden_nodes(const NodeSources& sources) {
-  const std::string key = "Mems_allowed_list:";
+MemoryNodes memory_nodes(const NodeSources& sources) {
   std::string text;
   std::vector<int> with_memory;
   if (!read_first_line(sources.with_memory, text) || !parse_list(text, with_memory).empty()) {
     return {};
   }
   std::ifstream status(sources.process_status);
-  while (read_line(status, text)) {
-    if (!text.starts_with(key)) continue;
-    text.erase(0, key.size());
-    std::replace(text.begin(), text.end(), '\t', ' ');
-    std::vector<int> allowed;
-    if (!parse_list(text, allowed).empty()) return {};
-    std::vector<int> forbidden;
-    std::ranges::set_difference(with_memory, allowed, std::back_inserter(forbidden));
-    return forbidden;
-  }
-  return {};
+  const std::optional<std::vector<int>> allowed = allowed_list(status);
+  if (!allowed) return {};
+  MemoryNodes nodes;
+  std::ranges::set_intersection(with_memory, *allowed, std::back_inserter(nodes.allowed));
+  std::ranges::set_difference(with_memory, *allowed, std::back_inserter(nodes.forbidden));
+  return nodes;
 }
 
 }  // namespace velmo

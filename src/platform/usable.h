@@ -19,8 +19,13 @@ struct NodeSources {
   std::string process_status = "/proc/self/status";
 };
 
-// The memory nodes that have memory and are forbidden to this process, rising. Empty: none is, or
-// the kernel does not tell.
-std::vector<int> forbidden_nodes(const NodeSources& sources = {});
+// The nodes that have memory, rising: those that this process may use, and those that it may not.
+struct MemoryNodes {
+  std::vector<int> allowed;
+  std::vector<int> forbidden;
+};
+
+// Both are empty where the kernel does not tell.
+MemoryNodes memory_nodes(const NodeSources& sources = {});
 
 }  // namespace velmo

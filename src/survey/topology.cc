@@ -27,7 +27,7 @@ Topology read_topology() {
     Fatal() << "No CPU can be used: " << info.node_online_path
             << " names no node with one, or the limits of this process leave none\n";
   }
-  const std::vector<int> forbidden = forbidden_nodes();
+  const std::vector<int> forbidden = memory_nodes().forbidden;
   for (size_t n = 0; n < info.numa_list.size(); ++n) {
     const int node = static_cast<int>(n);
     const bool allowed = std::ranges::find(forbidden, node) == forbidden.end();

@@ -68,10 +68,10 @@ void OneCore(Configurator& /*config*/, const TempDir& machine) {
   machine.Write("cpu/cpu2/topology/core_id", "0");
 }
 
-// The process may use CPUs 0 and 2, and all memory but that of node 2.
+// The process may use CPUs 0 and 2, and all memory, of which node 1 has none, but that of node 2.
 void Cpuset(Configurator& config, const TempDir& /*machine*/) {
   config.numa_info.cpus_of_process = [] { return std::vector{0, 2}; };
-  config.numa_info.nodes_forbidden = [] { return std::vector{2}; };
+  config.numa_info.nodes_of_process = [] { return velmo::MemoryNodes{{0}, {2}}; };
 }
 
 // The physical mode, which no option selects, with two threads whatever the host has.
@@ -163,7 +163,7 @@ TEST(Options, RefusesCommandLines) {
        [](Configurator& c, const TempDir&) {
          c.numa_info.cpus_of_process = [] { return std::vector{0, 1}; };
        }},
-      {"-L -M 2", "Memory node 2 is outside the cpuset of this process. Allowed nodes: 0-1", kPlain,
+      {"-L -M 2", "Memory node 2 is outside the cpuset of this process. Allowed nodes: 0", kPlain,
        Cpuset},
       {"-m 1g", "Invalid options. (No command)", kUsage},
       {"-L -M 0", "Invalid options. -b and -M can't be used together.", kUsage, address},

@@ -24,16 +24,18 @@ TEST(Usable, CpusReachBeyondAPinThatStays) {
 
 TEST(Usable, NodesAreForbiddenThatHaveMemory) {
   const velmo_test::TempDir dir;
-  const std::tuple<const char*, const char*, const char*> rows[] = {
-      {"0-2\n", "Cpus_allowed_list:\t9\nMems_allowed_list:\t0,3\n", "1-2"},
-      {"0\n", "Mems_allowed_list:\t0-1\n", ""},
-      {"0-2\n", "Mems_allowed:\t1\n", ""},
-      {"0-2\n", "Mems_allowed_list:\tx\n", ""},
-      {"-\n", "Mems_allowed_list:\t0\n", ""},
+  const std::tuple<const char*, const char*, const char*, const char*> rows[] = {
+      {"0-2\n", "Cpus_allowed_list:\t9\nMems_allowed_list:\t0,3\n", "0", "1-2"},
+      {"0\n", "Mems_allowed_list:\t0-1\n", "0", ""},
+      {"0-2\n", "Mems_allowed:\t1\n", "", ""},
+      {"0-2\n", "Mems_allowed_list:\tx\n", "", ""},
+      {"-\n", "Mems_allowed_list:\t0\n", "", ""},
   };
-  for (const auto& [with_memory, status, forbidden] : rows) {
+  for (const auto& [with_memory, status, allowed, forbidden] : rows) {
     const NodeSources from{dir.Write("memory", with_memory), dir.Write("status", status)};
-    EXPECT_EQ(vector_to_str_range(forbidden_nodes(from), 0), forbidden);
+    const MemoryNodes nodes = memory_nodes(from);
+    EXPECT_EQ(vector_to_str_range(nodes.allowed, 0), allowed);
+    EXPECT_EQ(vector_to_str_range(nodes.forbidden, 0), forbidden);
   }
 }
 

@@ -55,7 +55,7 @@ struct FakeMachine {
     info.core_id_fmt = files.path() + "/cpu/cpu%d/topology/core_id";
     info.configured_cpus = [] { return 4L; };
     info.cpus_of_process = [] { return std::vector{0, 1, 2, 3}; };
-    info.nodes_forbidden = [] { return std::vector<int>(); };
+    info.nodes_of_process = [] { return velmo::MemoryNodes(); };
     info.max_node = [] { return 3; };
     info.distance = [](int from, int to) {
       constexpr int kRows[][4] = {
