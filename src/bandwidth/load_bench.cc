@@ -122,9 +122,13 @@ void LoadBench::SizeBuffers(const std::vector<Mix>& mixes, int64_t free, int64_t
   const bool device = config_.mem_mode == kMemDevdax || config_.mem_mode == kMemPhysical;
   if (config_.mem_mode == kMemNuma && config_.no_memnode) {
     const int64_t ram = machine_memory();
-    if (config_.mem_size > (ram - reserved) / regions) {
-      Fatal() << "Memory size is larger than the machine's memory of " << ram / kMiB
-              << " MiB: " << regions << " regions of " << config_.mem_size / kMiB << " MiB\n";
+    const int64_t most = std::min(ram, UsableInGroups());
+    if (config_.mem_size > (most - reserved) / regions) {
+      const char* whose = most < ram
+                              ? "what may be used within the memory limit of its control group, "
+                              : "the machine's memory of ";
+      Fatal() << "Memory size is larger than " << whose << most / kMiB << " MiB: " << regions
+              << " regions of " << config_.mem_size / kMiB << " MiB\n";
     }
   }
   buf_size_ = config_.mem_size;
@@ -188,7 +192,10 @@ void LoadBench::WarnOfLoad(const std::vector<Mix>& mixes, bool delayed) {
              << "load\n";
     }
   }
-  WarnIfCached("The load", touched, LoadCpus());
+  // A size that was given may be a few bytes more than whole lines.
+  const bool given = config_.mem_size != -1 && config_.mem_size - buf_size_ < kLineBytes;
+  WarnIfCached("The load", touched, LoadCpus(),
+               given || IsFixedLimit() ? kLargerSize : LimitAdvice());
 }
 
 void LoadBench::AllocBuffers(int64_t first_offset) {

@@ -1,7 +1,10 @@
 #include "latency/bench.h"
 
 #include <algorithm>
+#include <cmath>
 #include <iostream>
+#include <limits>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -9,6 +12,7 @@
 #include "app/console.h"
 #include "config/advice.h"
 #include "latency/probe_nearest_node.h"
+#include "platform/cgroup.h"
 #include "platform/text_file.h"
 
 namespace velmo {
@@ -69,22 +73,46 @@ long Bench::GetFreeMemSize() const {
     Fatal() << "Failed to get free space on " << config_.path << '\n'
             << "              Check the pmem path.\n";
   }
-  return free > 0 ? static_cast<long>(static_cast<double>(free) * free_ratio_) : 0;
+  return free > 0 ? ShareOf(free) : 0;
+}
+
+int64_t Bench::ShareOf(int64_t bytes) const {
+  return static_cast<int64_t>(static_cast<double>(bytes) * free_ratio_);
+}
+
+int64_t Bench::UsableInGroups() const {
+  const std::optional<int64_t> left = memory_left(groups_root_);
+  return left ? ShareOf(*left) : std::numeric_limits<int64_t>::max();
 }
 
 long Bench::UpdateFreeMem() {
-  long free = GetFreeMemSize();
-  if (config_.mem_mode == kMemNuma && config_.no_memnode) {
-    // A fixed size, which a small machine does not have.
-    free = std::min(free, static_cast<long>(static_cast<double>(machine_memory()) * free_ratio_));
-  }
-  free_mem_ = free / kBufferGrain * kBufferGrain;
-  if (free_mem_ == 0) free_mem_ = kDefaultBuffer;
+  const bool on_node = config_.mem_mode == kMemNuma;
+  const bool unbound = on_node && config_.no_memnode;
+  const long told = GetFreeMemSize();
+  const bool known = free_bytes(Target()) > 0;
+  limit_ = unbound ? SizeLimit::kUnbound : known ? SizeLimit::kFree : SizeLimit::kUnknown;
+  // A full file system refuses the file; on a full node the kernel ends processes.
+  const bool fixed = told < kBufferGrain && !(on_node && known);
+  int64_t usable = fixed ? kDefaultBuffer : told;
+
+  const auto bound = [&](SizeLimit limit, int64_t most) {
+    if (most >= usable) return;
+    usable = most;
+    limit_ = limit;
+  };
+  if (unbound) bound(SizeLimit::kMachine, ShareOf(machine_memory()));
+  // Devices and physical ranges count against no group.
+  if (on_node || config_.mem_mode == kMemPmem) bound(SizeLimit::kGroups, UsableInGroups());
   if (config_.mem_mode == kMemDevdax) {
     const int64_t size = devdax_size(config_.path);
-    if (size >= kBufferGrain) free_mem_ = std::min(free_mem_, size / kBufferGrain * kBufferGrain);
+    if (size >= kBufferGrain) bound(SizeLimit::kDevice, size);
   }
-  return free;
+  free_mem_ = usable / kBufferGrain * kBufferGrain;
+  if (free_mem_ == 0) {
+    Fatal() << "Not enough free memory to measure: " << usable << " Byte; " << LimitReason()
+            << '\n';
+  }
+  return std::min<int64_t>(told, usable);
 }
 
 NumaInfo::cpu_ctx Bench::GetCPUNode() {
@@ -182,11 +210,31 @@ void Bench::WarnIfCached(const std::string& who, int64_t bytes, std::vector<int>
          << "that of caches, in part. " << advice << '\n';
 }
 
-void Bench::WarnIfLowered(const std::string& what, int64_t wanted, int64_t size) {
+void Bench::WarnIfLowered(const std::string& what, int64_t wanted, int64_t size) const {
   constexpr int64_t kMiB = int64_t{1} << 20;
   if (size >= wanted) return;
   Warn() << what << " is lowered from " << (wanted + kMiB - 1) / kMiB << " MiB to " << size / kMiB
-         << " MiB: no more of the memory is free\n";
+         << " MiB: " << LimitReason() << '\n';
+}
+
+std::string Bench::LimitReason() const {
+  const std::string share =
+      "no more is used than " + std::to_string(std::lround(100 * free_ratio_)) + " % of ";
+  switch (limit_) {
+    case SizeLimit::kFree:
+      return share + "what is free of the memory";
+    case SizeLimit::kGroups:
+      return share + "what the memory limit of the control group leaves";
+    case SizeLimit::kMachine:
+      return share + "the machine's memory";
+    case SizeLimit::kUnbound:
+      return "no more is used without a memory node. Choose one with -M";
+    case SizeLimit::kUnknown:
+      return "nobody tells how much of the memory is free";
+    case SizeLimit::kDevice:
+      return "the device holds no more";
+  }
+  return {};
 }
 
 void Bench::CheckHoldsStride(int64_t size, int32_t stride) {

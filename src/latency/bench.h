@@ -21,6 +21,17 @@ namespace velmo {
 
 inline constexpr int64_t kBufferGrain = int64_t{2} << 20;    // buffer sizes are multiples of this
 inline constexpr int64_t kDefaultBuffer = int64_t{2} << 30;  // where neither user nor memory says
+inline constexpr const char* kLargerSize = "Increase the size with -m";  // advice on small ones
+
+// What the usable size of a memory is bounded by.
+enum class SizeLimit {
+  kFree,     // what is free of it
+  kGroups,   // what the control groups of the process leave
+  kMachine,  // the machine's memory, for memory without a node
+  kUnbound,  // a fixed size, for memory without a node
+  kUnknown,  // a fixed size, where nobody tells what is free
+  kDevice,   // what the device holds
+};
 
 class Bench {
  public:
@@ -46,9 +57,10 @@ class Bench {
   // asked.
   long GetFreeMemSize() const;
 
-  // Sets free_mem_: what GetFreeMemSize says, in multiples of kBufferGrain, kDefaultBuffer in place
-  // of 0; of a device-DAX target no more than it holds. Returns what GetFreeMemSize says. For
-  // memory without a node both are at most free_ratio_ of the machine's.
+  // Sets free_mem_, in multiples of kBufferGrain, and limit_: what GetFreeMemSize says, but no more
+  // than free_ratio_ of what the control groups leave and, without a node, of the machine's memory.
+  // kDefaultBuffer, or what a device-DAX target holds, where there is no free size. Returns what
+  // GetFreeMemSize says within the same bounds. exit(1) where not even a kBufferGrain is left.
   long UpdateFreeMem();
 
   // The CPU to measure the current target from: of its CPU node, not CPU 0 nor a hyper-thread
@@ -64,9 +76,11 @@ class Bench {
   Disturbances disturbances_;  // of the measurements so far, where somebody reads of them
   Configurator config_;
   std::optional<Spinners> spinners_;
-  uint32_t node_idx_ = 0;    // memory target under test
-  int64_t free_mem_ = 0;     // usable bytes of the target
-  double free_ratio_ = 0.8;  // share of the free memory that is usable
+  uint32_t node_idx_ = 0;               // memory target under test
+  int64_t free_mem_ = 0;                // usable bytes of the target
+  SizeLimit limit_ = SizeLimit::kFree;  // why they are no more
+  double free_ratio_ = 0.8;             // share of the free memory that is usable
+  std::string groups_root_;  // stands before the paths of the control groups (platform/cgroup.h)
   Caches caches_;            // read where they are asked for
 
  protected:
@@ -88,15 +102,28 @@ class Bench {
   // last-level caches there: much of what is measured would be the caches. `advice` says what
   // helps.
   void WarnIfCached(const std::string& who, int64_t bytes, std::vector<int> cpus,
-                    const std::string& advice = "Increase the size with -m");
+                    const std::string& advice = kLargerSize);
 
-  // Warns where `size` is less than was `wanted` of `what`, in bytes.
-  static void WarnIfLowered(const std::string& what, int64_t wanted, int64_t size);
+  // Warns where `size`, which limit_ bounds, is less than was `wanted` of `what`, in bytes.
+  void WarnIfLowered(const std::string& what, int64_t wanted, int64_t size) const;
+
+  // What limit_ means, for whom a size is too small; the second for WarnIfCached.
+  std::string LimitReason() const;
+  std::string LimitAdvice() const { return "It cannot be larger: " + LimitReason(); }
+
+  // Whether limit_ is a size that this program has chosen, not one that the machine has.
+  bool IsFixedLimit() const {
+    return limit_ == SizeLimit::kUnbound || limit_ == SizeLimit::kUnknown;
+  }
+
+  // free_ratio_ of the bytes that the control groups leave; no limit: the largest number.
+  int64_t UsableInGroups() const;
 
   // exit(1) when `size` bytes do not hold one `stride`.
   static void CheckHoldsStride(int64_t size, int32_t stride);
 
  private:
+  int64_t ShareOf(int64_t bytes) const;
   int FindNearestCpuNode();
 
   std::vector<int> spinning_cpus_;

@@ -71,7 +71,8 @@ void Latency::MeasureTarget() {
   const PrefetchersOff prefetchers(cpu.cpu_id);
   LatencySpec spec = ChaseSpec(cpu);
   ChoosePattern(prefetchers.off(), config_.mem_size, spec);
-  WarnIfCached("The chain", config_.mem_size / spec.stride * kLineBytes, {cpu.cpu_id});
+  WarnIfCached("The chain", config_.mem_size / spec.stride * kLineBytes, {cpu.cpu_id},
+               config_.mem_size < free_mem_ ? kLargerSize : LimitAdvice());
   LatWorker worker(spec, config_.iter);
   worker.SetMem(buffer.data(), buffer.size());
   if (config_.delayed_latency) MeasureOn(worker, cpu, true);

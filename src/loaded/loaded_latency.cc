@@ -39,14 +39,7 @@ void LoadedLatency::MeasureTarget() {
   const int64_t free = UpdateFreeMem();
   ChooseCpus();
 
-  lat_size_ = std::min(kDefaultBuffer, free / kLatencyShare / kBufferGrain * kBufferGrain);
-  if (config_.mem_mode == kMemPhysical) lat_size_ = kDefaultBuffer / kLatencyShare;
-  if (lat_size_ == 0) {
-    Fatal() << "Not enough free memory for the latency buffer: " << free << " Byte\n";
-  }
-  if (config_.mem_mode != kMemPhysical) {
-    WarnIfLowered("The latency buffer", kDefaultBuffer, lat_size_);
-  }
+  SizeLatencyBuffer(free);
   chase_ = ChaseSpec(lat_cpu_);
   SizeBuffers({ConfiguredMix()}, free, lat_size_);
   WarnOfLoad({ConfiguredMix()}, config_.bw_delay != 0);
@@ -61,13 +54,27 @@ void LoadedLatency::MeasureTarget() {
     const PrefetchersOff prefetchers(lat_cpu_.cpu_id);
     ChoosePattern(prefetchers.off(), lat_size_, chase_);
     WarnIfCached("The chain", lat_size_ / chase_.stride * kLineBytes, {lat_cpu_.cpu_id},
-                 "Its size is chosen from what is free: free more of the memory");
+                 lat_size_ < kDefaultBuffer && limit_ != SizeLimit::kUnknown
+                     ? LimitAdvice()
+                     : "-Z takes no larger one; -Y does, with -m");
     Sweep();
   }
   PrintResult();
   StopSpinners();
   ReleaseBuffers();
   lat_buffer_ = {};
+}
+
+void LoadedLatency::SizeLatencyBuffer(int64_t free) {
+  lat_size_ = std::min(kDefaultBuffer, free / kLatencyShare / kBufferGrain * kBufferGrain);
+  if (config_.mem_mode == kMemPhysical) lat_size_ = kDefaultBuffer / kLatencyShare;
+  if (lat_size_ == 0) {
+    Fatal() << "Not enough free memory for the latency buffer: " << free << " Byte\n";
+  }
+  // What is a quarter of a fixed size was not lowered for want of memory.
+  if (!IsFixedLimit()) {
+    WarnIfLowered("The latency buffer, a quarter of what is used,", kDefaultBuffer, lat_size_);
+  }
 }
 
 void LoadedLatency::ChooseCpus() {

@@ -25,8 +25,13 @@ class LoadedLatency : public LoadBench {
   // Sorts the results by delay, prints and logs them.
   void PrintResult();
 
+  // Sets lat_size_ to a share of the `free` bytes, kDefaultBuffer at most, with a warning where
+  // that is lowered; of a physical range to a fixed size. exit(1) where nothing is left.
+  void SizeLatencyBuffer(int64_t free);
+
   double ramp_up_ = 5;  // s of load before the latency is measured
   std::vector<Result> results_;
+  int64_t lat_size_ = 0;  // bytes of the latency buffer
 
  private:
   void MeasureTarget();
@@ -42,7 +47,6 @@ class LoadedLatency : public LoadBench {
   LoadedSetup ReportSetup() const;
 
   NumaInfo::cpu_ctx lat_cpu_{};
-  int64_t lat_size_ = 0;  // bytes of the latency buffer
   Buffer lat_buffer_;
   LatencySpec chase_;  // pattern and stride of the target's points
 };

@@ -109,8 +109,8 @@ TEST(LoadBench, SizesBuffers) {
        21 * kMiB,
        {r1},
        4 * kMiB,
-       full + Warning("The size of each of 4 regions is lowered from 9 MiB to 4 MiB: no more of "
-                      "the memory is free")},
+       full + Warning("The size of each of 4 regions is lowered from 9 MiB to 4 MiB: no more is "
+                      "used than 80 % of what is free of the memory")},
       {1, -1, 21 * kMiB, {r1}, 4 * kMiB, ""},
       {1, -1, 0, {r1}, 0, lack},
       {4, -1, 0, {r1}, 100 * kMiB, ""},

@@ -24,7 +24,7 @@ struct TestBench final : Bench {
     config_.memnode_list = {node};
   }
   void Run() override {}
-  using Bench::WarnIfCached;
+  using Bench::CheckHoldsStride, Bench::WarnIfCached, Bench::WarnIfLowered;
 };
 
 TEST(Buffer, OfEachKindIsZeroedAndReleased) {
@@ -89,6 +89,46 @@ TEST(Buffer, FailureToMapEndsTheProgram) {
     EXPECT_EQ(outcome, (velmo_test::Outcome{1, "", error}));
   }
   EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+}
+
+TEST(Bench, UsesWhatIsThereAndSaysWhatBoundsIt) {
+  const velmo_test::TempDir dir;
+  dir.Write("proc/self/mountinfo", "1 2 0:3 / /g rw - cgroup2 g rw\n");
+  dir.Write("g/memory.current", "0\n");
+  const std::string file = dir.Write("file", std::string(7 << 20, '\0'));
+  const auto lowered = [](const char* mib, const char* reason) {
+    return velmo_test::Warning("It is lowered from 3072 MiB to " + std::string(mib) +
+                               " MiB: " + reason);
+  };
+  const char* group =
+      "no more is used than 80 % of what the memory limit of the control group leaves";
+  const std::tuple<int32_t, std::string, int, const char*, std::string> cases[] = {
+      {kMemNuma, "", 100 << 20, "83886080", lowered("80", group)},
+      {kMemPmem, dir.path(), 100 << 20, "83886080", lowered("80", group)},
+      {kMemDevdax, file, 1, "6291456", lowered("6", "the device holds no more")},
+      {kMemDevdax, "/dev/null", 1, "2147483648",
+       lowered("2048", "nobody tells how much of the memory is free")},
+      {kMemNuma, "", 2 << 20, "",
+       velmo_test::Error("Not enough free memory to measure: 1677721 Byte; " + std::string(group))},
+      {kMemPmem, "/none", 1, "",
+       velmo_test::Error("Failed to get free space on /none\n              Check the pmem path.")},
+  };
+  for (const auto& [kind, path, limit, usable, err] : cases) {
+    dir.Write("g/memory.max", std::to_string(limit));
+    const auto outcome = velmo_test::RunForked([&, &kind = kind, &path = path] {
+      TestBench bench(kind, path);
+      bench.config_.mem_size = 1;
+      bench.groups_root_ = dir.path();
+      bench.UpdateFreeMem();
+      std::cout << bench.free_mem_;
+      bench.WarnIfLowered("It", int64_t{3} << 30, bench.free_mem_);
+      bench.CheckHoldsStride(64, 64);
+    });
+    EXPECT_EQ(outcome.out + outcome.err, usable + err);
+  }
+  EXPECT_EQ(velmo_test::RunForked([] { TestBench::CheckHoldsStride(63, 64); }).err,
+            velmo_test::Error("Memory size is smaller than one stride of 64 Byte: 63 Byte. "
+                              "Increase it with -m"));
 }
 
 TEST(Bench, WarnsWithBothSizesOfWhatTheCachesHold) {

@@ -18,6 +18,8 @@ TEST(Latency, MeasuresDelayedThenBurstWithThePrefetchersOff) {
   const std::string msr = dir.Write("msr", std::string(kRegister, ' ') + "o       ");
   const auto value = [&msr] { return std::ifstream(msr).seekg(kRegister).get(); };
   const int here = sched_getcpu();
+  dir.Write("root/proc/self/mountinfo", "1 2 0:3 / /g rw - cgroup2 g rw\n");
+  dir.Write("root/g/memory.max", "3145728");
   const auto outcome = velmo_test::RunForked([&] {
     std::filesystem::current_path(dir.path());
     MSR_PATH = msr.c_str();
@@ -26,7 +28,8 @@ TEST(Latency, MeasuresDelayedThenBurstWithThePrefetchersOff) {
     latency.config_.num_targets = 1;
     latency.caches_.folder_fmt = "";  // of any machine
     latency.config_.memnode_list = {-1};
-    latency.config_.mem_size = 1 << 20;
+    latency.config_.mem_size = 3 << 20;
+    latency.groups_root_ = dir.path() + "/root";
     latency.config_.latency_cpu = {1, here, 0, 5};
     latency.config_.node_cpus = {{}, {{1, here, 0, 1}}};
     latency.config_.cpu_info.vendor = CpuInfo::kIntel;
@@ -40,7 +43,11 @@ TEST(Latency, MeasuresDelayedThenBurstWithThePrefetchersOff) {
     if (!off) _exit(8);  // the prefetchers were on while measuring
     watcher.join();
   });
-  EXPECT_TRUE(outcome.status == 0 && outcome.err.empty()) << outcome;
+  EXPECT_EQ(outcome.status, 0) << outcome;
+  EXPECT_EQ(outcome.err,
+            velmo_test::Warning("Memory size is lowered from 3 MiB to 2 MiB: no more is "
+                                "used than 80 % of what the memory limit of the "
+                                "control group leaves"));
   EXPECT_EQ(value(), 'o');
   const std::string results =  // there are no samples
       "\n\nSample: 0\nAvg.  : -?[0-9.]+ ns\nMedian: 0 ns\n99th  : 0 ns\n99.9th: 0 ns\n";
@@ -48,7 +55,7 @@ TEST(Latency, MeasuresDelayedThenBurstWithThePrefetchersOff) {
       "Measure Memory Latency\n\n-{40}\nMemory #0 Result\ncpu-numa_id: 5\n"
       "mem-numa_id: none \\(follow the system allocation\\)\ncpu_id     : " +
       std::to_string(here) +
-      "\nmemory size: 1\\.00 MiB\nchunk size : 16 Byte\nstride size: 64 Byte\n"
+      "\nmemory size: 2\\.00 MiB\nchunk size : 16 Byte\nstride size: 64 Byte\n"
       "\nStart Delayed Latency" +
       results + "\nStart Burst Latency \\(Sequential\\)" + results);
   EXPECT_TRUE(std::regex_match(outcome.out, expected)) << outcome;
@@ -56,7 +63,8 @@ TEST(Latency, MeasuresDelayedThenBurstWithThePrefetchersOff) {
   for (const auto& file : std::filesystem::directory_iterator(dir.path())) {
     files.insert(file.path().filename().string().substr(0, 17));
   }
-  EXPECT_EQ(files, (std::set<std::string>{"mem0_seq_burst-la", "mem0_seq_delayed-", "msr"}));
+  EXPECT_EQ(files,
+            (std::set<std::string>{"mem0_seq_burst-la", "mem0_seq_delayed-", "msr", "root"}));
 }
 
 }  // namespace

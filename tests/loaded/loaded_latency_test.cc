@@ -52,6 +52,29 @@ TEST(LoadedLatency, ChoosesDelays) {
   }
 }
 
+TEST(LoadedLatency, WarnsOfASmallLatencyBufferWhereTheMemoryIsNotFree) {
+  constexpr int64_t kGiB = 1 << 30;
+  const std::string what = "The latency buffer, a quarter of what is used, is lowered from ";
+  const std::tuple<SizeLimit, int64_t, int64_t, std::string> cases[] = {
+      {SizeLimit::kUnbound, 4 * kGiB, kGiB, ""},
+      {SizeLimit::kFree, 9 * kGiB, 2 * kGiB, ""},
+      {SizeLimit::kFree, 4 * kGiB, kGiB,
+       velmo_test::Warning(what + "2048 MiB to 1024 MiB: no more is used than 80 % of what is free "
+                                  "of the memory")},
+      {SizeLimit::kFree, 8'388'607, 0,
+       velmo_test::Error("Not enough free memory for the latency buffer: 8388607 Byte")},
+  };
+  for (const auto& [limit, free, size, err] : cases) {
+    const auto outcome = velmo_test::RunForked([&, limit = limit, free = free] {
+      LoadedLatency loaded{Configurator()};
+      loaded.limit_ = limit;
+      loaded.SizeLatencyBuffer(free);
+      std::cout << loaded.lat_size_;
+    });
+    EXPECT_EQ(outcome.out + outcome.err, (size > 0 ? std::to_string(size) : "") + err);
+  }
+}
+
 TEST(LoadedLatency, SortsPrintsAndLogsItsPoints) {
   const velmo_test::TempDir dir;
   const auto outcome = velmo_test::RunForked([&dir] {
