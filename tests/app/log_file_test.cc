@@ -1,8 +1,10 @@
 #include "app/log_file.h"
 
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <iostream>
@@ -57,6 +59,21 @@ TEST(LogFile, IsOpenToAllAndReplacesWhatWasThereOnlyInAFileOfItsOwn) {
               std::cout << velmo::LogFile::any_lost() << std::filesystem::exists(full);
             }),
             (Outcome{0, "10", Warning("Failed to write log file " + full + ": File too large")}));
+}
+
+TEST(LogFile, LostEndsTheRunWithStatus1) {
+  const TempDir dir;
+  const std::string cpu = std::to_string(sched_getcpu());
+  // The limit holds for files, of which the outcome's are two, but not for a pipe.
+  const char* script = R"(cd "$1"
+      (ulimit -f 0; exec "$2" -Y -k "$3" -m 1m -i 1 2>&1 >/dev/null) | cat >&2
+      exit "${PIPESTATUS[0]}")";
+  const Outcome outcome = RunForked([&] {
+    execl("/bin/bash", "bash", "-c", script, "bash", dir.path().c_str(), VELMO_BINARY, cpu.c_str(),
+          nullptr);
+  });
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_NE(outcome.err.find("Failed to write log file mem0_"), std::string::npos) << outcome;
 }
 
 }  // namespace

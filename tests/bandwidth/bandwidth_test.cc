@@ -20,10 +20,11 @@ using velmo_test::Warning;
 constexpr int64_t kMiB = 1 << 20;
 const int kHere = sched_getcpu();
 
-// CPUs by their distance from kHere, two a node. Those other than kHere need not exist.
+// CPUs by their distance from kHere, two a node; 100 further is another thread of the same core.
+// Those other than kHere need not exist.
 std::vector<NumaInfo::cpu_ctx> Cpus(const std::vector<int>& distances) {
   std::vector<NumaInfo::cpu_ctx> cpus;
-  for (const int d : distances) cpus.push_back({1, kHere + d, d, d / 2});
+  for (const int d : distances) cpus.push_back({1, kHere + d, d % 100, d % 100 / 2});
   return cpus;
 }
 
@@ -32,8 +33,10 @@ struct TestBandwidth final : Bandwidth {
     config_.memnode_list = {0};
     free_mem_ = 2 * kMiB;
     caches_.folder_fmt = "";  // of any machine
+    groups_root_ = "/none";
   }
-  using LoadBench::ChooseLoadCpus, LoadBench::SizeBuffers, LoadBench::StartLoadSpinners;
+  using LoadBench::ChooseLoadCpus, LoadBench::SizeBuffers, LoadBench::StartLoadSpinners,
+      LoadBench::WarnOfLoad;
 };
 
 TEST(LoadBench, ChoosesCpusAndKeepsNodesBelowThemAwake) {
@@ -62,6 +65,9 @@ TEST(LoadBench, ChoosesCpusAndKeepsNodesBelowThemAwake) {
       {{}, -1, 1, 0, -1, machine, "0 1 on 0; 0", ""},
       {{}, -1, 1, -1, -1, {{}, {0, 1}}, "0 1 on 0; 1", ""},
       {{}, -1, 0, -1, 4, {{}, {0, 4}}, "0 0 on 0; 1", Warning(shared)},
+      {{}, -1, 0, -1, 4, {{0, 1}, {}, {4, 104}}, "0 1 on 0; 0", ""},
+      {{}, -1, 0, -1, 4, {{0}, {}, {4, 104}}, "0 104 on 2; 0", ""},
+      {{0, 1, 104}, -1, 0, -1, 4, {{}}, "0 1 104 on 0,2; 0", ""},
       {{}, -1, 0, -1, -1, {{}, {0}}, "", Error(few + ". There is: " + here)},
       {{}, 2, 0, -1, 0, {{0}}, "", Warning(fewer + "0") + Error(besides)},
   };
@@ -119,7 +125,13 @@ TEST(LoadBench, SizesBuffers) {
       {0, 786'431, 8 * kMiB, {r1, r3}, 2 * kMiB, from + "786431" + to + "2097152 Byte (2 MiB)"},
       {0, 786'431, 8 * kMiB - 1, {r3, r1}, 0, lack + "3:1, which needs 2 MiB"},
       {0, kMiB, 4096 * kMiB, {{1, kMax, 1}}, 0, lack + "1:2147483647, which needs 134217728 MiB"},
-      {0, ram / 4 + 64, 4096 * kMiB, {r1}, 0, kErrorPrefix},
+      {0,
+       ram / 4 + 64,
+       4096 * kMiB,
+       {r1},
+       0,
+       Error("Memory size is larger than the machine's memory of " + std::to_string(ram / kMiB) +
+             " MiB: 4 regions of " + std::to_string((ram / 4 + 64) / kMiB) + " MiB")},
   };
   for (const auto& c : cases) {
     const auto outcome = velmo_test::RunForked([&c] {
@@ -135,6 +147,25 @@ TEST(LoadBench, SizesBuffers) {
     EXPECT_EQ(outcome.err.substr(0, c.err.size()), c.err) << &c - cases;
     EXPECT_EQ(outcome.err.empty(), c.err.empty()) << &c - cases;
   }
+}
+
+TEST(LoadBench, WarnsOnceOfADelayThatSpoilsTheLoad) {
+  const auto outcome = velmo_test::RunForked([] {
+    TestBandwidth b;
+    b.thread_num_ = 2;
+    b.bw_cpus_ = {kHere, kHere};
+    b.buf_size_ = kMiB;
+    for (const int delay : {20'000'000, 40'000'000}) {
+      b.config_.bw_delay = delay;
+      b.WarnOfLoad({{1, 0, 0}}, true);
+    }
+    for (const bool delayed : {false, true, true}) b.WarnOfLoad({{5, 3, 0}}, delayed);
+  });
+  EXPECT_EQ(outcome.err,
+            Warning("A delay of 40000000 turns leaves each load thread about 12800 Byte a second, "
+                    "too few for MB/s to tell. Choose a smaller one with -D") +
+                Warning("The ratio 5:3 has no kernel of its own: the delay comes once in 1024 "
+                        "units of it and hardly lowers the load"));
 }
 
 // What a run on `cpus` with the further options of `set` says; its log is in `dir`.

@@ -6,6 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <thread>
+#include <tuple>
+#include <vector>
 
 #include "app/clock.h"
 
@@ -93,6 +96,26 @@ TEST(LoadWorker, CoversItsRegionsAndStaysInside) {
     for (const int half_passes : {2, 3, 7}) {
       for (const bool full : {false, true}) Walk(mix, full, half_passes);
     }
+  }
+}
+
+// Of a delay of some 10 ms, a pass would have a thousand.
+TEST(LoadWorker, HeedsAStopBehindAShortPass) {
+  for (const auto& [mix, every_unit, short_pass] : {std::tuple(Mix{1, 0, 0}, false, true),
+                                                    {Mix{5, 3, 0}, true, true},
+                                                    {Mix{5, 3, 0}, false, false}}) {
+    const LoadPlan whole(mix, false, kBlocksPerPass);
+    std::vector<char> regions(2 * std::max(whole.read_step, whole.write_step) + 64);
+    LoadWorker worker({.mix = mix, .delay = 20'000'000, .delay_every_unit = every_unit});
+    worker.SetMem(regions.data() + 64 - reinterpret_cast<uintptr_t>(regions.data()) % 64,
+                  (static_cast<long>(regions.size()) - 64) / 2, -1);
+    Gate gate;
+    gate.Open();
+    std::thread thread([&] { worker.Start(gate); });
+    while (worker.bytes_ == 0) std::this_thread::yield();
+    worker.stop_ = true;
+    thread.join();
+    EXPECT_EQ(static_cast<int64_t>(worker.bytes_) < whole.pass_bytes, short_pass) << mix.read;
   }
 }
 

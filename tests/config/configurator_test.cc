@@ -9,6 +9,7 @@
 
 #include "app/signal_handler.h"
 #include "app/text.h"
+#include "app/version.h"
 #include "support/fake_machine.h"
 
 namespace velmo_test {
@@ -90,6 +91,7 @@ TEST(Options, RefusesValues) {
       {"-V ", "2 -1", "Invalid verbose (0 <= verbose <= 2): "},
       {"-c ", "3 01", "Invalid chunk-size: "},
       {"-i ", "0 -3", "Invalid iter. (iter > 0): "},
+      {"-i ", "2147483644", "Invalid iter. Too many iterations: "},
       {"-j ", "1 999999", "Invalid thread. (2 <= thread <= 4): "},
       {"-k ", "4 -1", "Invalid latency_cpu (0 <= latency_cpu < 4): "},
       {"-l 3-", "4", "Invalid load_cpu (0 <= load_cpu < 4): "},
@@ -118,7 +120,6 @@ TEST(Options, RefusesValues) {
 }
 
 TEST(Options, RefusesCommandLines) {
-  EXPECT_EQ(Configurator().clock_overhead_limit, 1000);  // ns; slower, it times no memory access
   const Prepare no_clock = [](Configurator& c, const TempDir&) { c.clock_overhead_limit = 0; };
   const Prepare address = [](Configurator& c, const TempDir&) { c.base_addr = {1 << 30}; };
   const Prepare no_cpu3_nor_node2 = [](Configurator&, const TempDir& machine) {
@@ -194,6 +195,14 @@ TEST(Options, RefusesCommandLines) {
               (Outcome{row.status, row.usage ? usage : "", Error(row.message)}))
         << row.args;
   }
+  const Prepare no_nodes = [](Configurator& c, const TempDir&) {
+    c.numa_info.node_online_path = "/none";
+  };
+  EXPECT_EQ(Parse("-L", no_nodes),
+            (Outcome{1, "",
+                     Warning("Failed to get node information") +
+                         Error("No CPU is known: failed to read /none. Check that sysfs is mounted "
+                               "and the kernel has NUMA support (CONFIG_NUMA=y)")}));
 }
 
 TEST(Checks, CompleteTheRecord) {
@@ -263,7 +272,7 @@ TEST(Configurator, ShowsThePageOfTheFirstCommandAndTheVersion) {
   for (const auto& [args, page] : rows)
     EXPECT_EQ(Parse(args), (Outcome{0, Page(page), ""})) << args;
   const auto version = [] { execl(VELMO_BINARY, "velmo", "-v", "-V2", nullptr); };
-  EXPECT_EQ(RunForked(version).out, "\nVELMO ver.2.2.4\n");
+  EXPECT_EQ(RunForked(version).out, std::string("\nVELMO ver.") + velmo::kVersion + "\n");
 }
 
 }  // namespace

@@ -36,9 +36,10 @@ CLONE_NEWNS, MS_REC_PRIVATE = 0x20000, 0x44000
 
 libc = ctypes.CDLL(None, use_errno=True)
 
-# room: bytes that a pipe takes behind the handlers before it is stuck; None: a terminal. registers: whether the machine
-# has some. changes: of the number of threads or of a register before the first signal; None: until
-# a register is changed. delay: seconds behind that. gaps: seconds before each signal.
+# room: bytes that a pipe takes behind the handlers before it is stuck; None: a terminal. registers:
+# whether the machine has some. changes: of the number of threads or of a register before the first
+# signal; None: until a register is changed. delay: seconds behind that. gaps: seconds before each
+# signal.
 Shot = collections.namedtuple("Shot", "number command room registers changes delay signals gaps")
 
 
