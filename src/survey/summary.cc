@@ -15,12 +15,13 @@ constexpr double kConfidence = 0.95;
 // of what they were drawn from with kConfidence; 0: none. The number of values below the median is
 // binomial with probability 1/2.
 int order_of_bounds(int n) {
-  double term = std::exp2(-n);  // P(X = 0)
-  double below = 0;             // P(X < k)
+  // Logarithms: of more than 1,074 values, P(X = 0) is smaller than any double.
+  double log_term = -n * std::log(2.0);  // of P(X = k)
+  double below = std::exp(log_term);     // P(X <= k)
   int k = 0;
-  while (2 * (below + term) <= 1 - kConfidence) {
-    below += term;
-    term *= static_cast<double>(n - k) / (k + 1);
+  while (2 * below <= 1 - kConfidence) {
+    log_term += std::log(static_cast<double>(n - k) / (k + 1));
+    below += std::exp(log_term);
     ++k;
   }
   return k;

@@ -20,8 +20,9 @@ TEST(SurveySummary, IntervalsAreThoseOfOrderStatistics) {
     int n;
     double low, high;
     const char* interval;
-  } cases[] = {{1, 1, 1, "range"}, {5, 1, 5, "range"},  {6, 1, 6, "95 %"},   {8, 1, 8, "95 %"},
-               {9, 2, 8, "95 %"},  {15, 4, 12, "95 %"}, {20, 6, 15, "95 %"}, {25, 8, 18, "95 %"}};
+  } cases[] = {{1, 1, 1, "range"},  {5, 1, 5, "range"},  {6, 1, 6, "95 %"},
+               {8, 1, 8, "95 %"},   {9, 2, 8, "95 %"},   {15, 4, 12, "95 %"},
+               {20, 6, 15, "95 %"}, {25, 8, 18, "95 %"}, {2000, 956, 1045, "95 %"}};
   for (const auto& c : cases) {
     std::vector<double> values(c.n);
     std::iota(values.rbegin(), values.rend(), 1);
