@@ -134,6 +134,21 @@ std::optional<long> leading_number(const std::string& s) {
   return value;
 }
 
+std::string printable(std::string text) {
+  constexpr unsigned char kDelete = 0x7f;
+  // UTF-8 of U+0080 to U+009F, which terminals obey as well.
+  constexpr unsigned char kHighControl = 0xc2;
+  constexpr unsigned char kHighEnd = 0xa0;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    if (c < ' ' || c == kDelete) text[i] = '?';
+    if (c != kHighControl || i + 1 == text.size()) continue;
+    const auto next = static_cast<unsigned char>(text[i + 1]);
+    if (next >= 0x80 && next < kHighEnd) text.replace(i, 2, "?");
+  }
+  return text;
+}
+
 std::string duration_text(double seconds) {
   constexpr long kMinute = 60;
   constexpr long kHour = 60 * kMinute;

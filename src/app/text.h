@@ -39,6 +39,10 @@ int64_t get_bytes(const std::string& s);
 // with one beyond 64 bits.
 std::optional<long> leading_number(const std::string& s);
 
+// `text` as it may go to a terminal: '?' in place of each control character, line ends among them,
+// so that nothing in it moves the cursor or ends the line.
+std::string printable(std::string text);
+
 // "2 min 10 s": `seconds`, 0 or more, in its two largest units.
 std::string duration_text(double seconds);
 

@@ -3,19 +3,10 @@
 #include <algorithm>
 
 #include "app/table.h"
+#include "app/text.h"
 
 namespace velmo {
 namespace {
-
-// A name or message of a file as it may go to a terminal: nothing in it moves the cursor or ends
-// the line.
-std::string printable(std::string text) {
-  constexpr unsigned char kDelete = 0x7f;
-  for (char& c : text) {
-    if (static_cast<unsigned char>(c) < ' ' || static_cast<unsigned char>(c) == kDelete) c = '?';
-  }
-  return text;
-}
 
 // Columns two blanks apart, all but the last as wide as their widest cell; a line may be longer
 // than a terminal, as it stays one line for grep and for sort.

@@ -9,6 +9,9 @@
 #include <cmath>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
+
+#include "app/text.h"
 
 namespace velmo {
 namespace {
@@ -23,6 +26,19 @@ template <typename T>
 T get_or(const Json& json, const char* name, T otherwise) {
   const auto found = json.find(name);
   return found == json.end() || found->is_null() ? otherwise : found->template get<T>();
+}
+
+// A whole number that a T holds: what is beyond it must not become another one.
+template <typename T>
+T whole(const Json& json) {
+  if (json.is_number_unsigned() && std::in_range<T>(json.get<uint64_t>())) {
+    return static_cast<T>(json.get<uint64_t>());
+  }
+  if (json.is_number_integer() && !json.is_number_unsigned() &&
+      std::in_range<T>(json.get<int64_t>())) {
+    return static_cast<T>(json.get<int64_t>());
+  }
+  throw std::runtime_error("no whole number, or one out of range: " + json.dump());
 }
 
 double finite(const Json& json) {
@@ -47,7 +63,7 @@ Summary summary_from_json(const Json& json) {
   Summary summary;
   for (const auto& [name, e] : json.items()) {
     summary[name] = {finite(e.at("median")), finite(e.at("low")), finite(e.at("high")),
-                     e.at("repeats").get<int>(), get_or<std::string>(e, "interval", "")};
+                     whole<int>(e.at("repeats")), get_or<std::string>(e, "interval", "")};
   }
   return summary;
 }
@@ -78,7 +94,7 @@ Json to_json(const Memory& memory) {
 Memory memory_from_json(const Json& json) {
   Memory memory;
   const auto node = json.find("node");
-  if (node != json.end() && !node->is_null()) memory.node = node->get<int>();
+  if (node != json.end() && !node->is_null()) memory.node = whole<int>(*node);
   memory.device = get_or<std::string>(json, "device", "");
   memory.directory = get_or<std::string>(json, "directory", "");
   return memory;
@@ -88,7 +104,8 @@ Cell cell_from_json(const Json& json) {
   Cell cell;
   cell.kind = json.at("kind").get<std::string>();
   const Json& from = json.at("from");
-  if (const Json& node = from.at("cpu_node"); !node.is_null()) cell.from.cpu_node = node.get<int>();
+  if (const Json& node = from.at("cpu_node"); !node.is_null())
+    cell.from.cpu_node = whole<int>(node);
   cell.from.cpus = from.at("cpus").get<std::string>();
   cell.memory = memory_from_json(json.at("memory"));
   cell.parameters = json.at("parameters");
@@ -96,21 +113,41 @@ Cell cell_from_json(const Json& json) {
   if (json.contains("repeats")) cell.repeats = repeats_from_json(json.at("repeats"));
   if (json.contains("points")) {
     for (const Json& point : json.at("points")) {
-      cell.points.push_back({point.at("delay").get<int64_t>(),
+      cell.points.push_back({whole<int64_t>(point.at("delay")),
                              repeats_from_json(point.at("repeats")),
                              summary_from_json(point.at("summary"))});
     }
   }
   cell.summary = summary_from_json(json.at("summary"));
   if (const auto found = json.find("histogram_ns"); found != json.end()) {
-    cell.histogram_ns = {found->at("edges").get<std::vector<double>>(),
-                         found->at("counts").get<std::vector<int64_t>>()};
+    Histogram& histogram = cell.histogram_ns.emplace();
+    for (const Json& edge : found->at("edges")) histogram.edges.push_back(finite(edge));
+    for (const Json& count : found->at("counts")) {
+      histogram.counts.push_back(whole<int64_t>(count));
+    }
   }
   cell.stopped_by = json.at("stopped_by").get<std::string>();
   cell.state = json.at("state").get<std::string>();
   cell.message = get_or<std::string>(json, "message", "");
   cell.marks = get_or<std::vector<std::string>>(json, "marks", {});
   return cell;
+}
+
+// No survey nests as deep; what reads and writes documents calls itself at each depth.
+constexpr int kMostDepth = 64;
+
+// The document in `text`, whose names and texts may go to a terminal.
+Json document_of(const std::string& text) {
+  return Json::parse(text, [](int depth, Json::parse_event_t event, Json& value) {
+    if (depth > kMostDepth) throw std::runtime_error("it is nested too deep");
+    if (!value.is_string()) return true;
+    std::string shown = printable(value.get_ref<const std::string&>());
+    if (event == Json::parse_event_t::key && value != shown) {
+      throw std::runtime_error("the name of a member holds control characters: " + shown);
+    }
+    value = std::move(shown);
+    return true;
+  });
 }
 
 Survey survey_from_json(const Json& json) {
@@ -133,7 +170,7 @@ Survey survey_from_json(const Json& json) {
   survey.started = run.at("started").get<std::string>();
   survey.ended = run.at("ended").get<std::string>();
   survey.arguments = run.at("arguments").get<std::vector<std::string>>();
-  survey.seed = run.at("seed").get<uint64_t>();
+  survey.seed = whole<uint64_t>(run.at("seed"));
   survey.state = run.at("state").get<std::string>();
   for (const char* name : {"host", "started", "ended", "arguments", "seed", "state"}) {
     survey.run_notes.erase(name);
@@ -163,7 +200,7 @@ Json to_json(const Repeat& repeat) {
 
 Repeat repeat_from_json(const Json& json) {
   Repeat repeat;
-  repeat.round = json.at("round").get<int>();
+  repeat.round = whole<int>(json.at("round"));
   for (const char* name : {kAverageNs, kMedianNs, kP99Ns, kP999Ns, kBytesPerSecond}) {
     if (json.contains(name)) repeat.figures[name] = finite(json.at(name));
   }
@@ -228,7 +265,7 @@ std::string survey_text(const Survey& survey) {
 
 Survey parse_survey(const std::string& text, const std::string& name) {
   try {
-    return survey_from_json(Json::parse(text));
+    return survey_from_json(document_of(text));
   } catch (const Json::parse_error&) {
     throw std::runtime_error(name + ": no survey: not JSON, or cut short");
   } catch (const std::exception& failure) {

@@ -20,7 +20,7 @@ std::string survey_text(const Survey& survey);
 
 // The survey in `text`. Throws std::runtime_error that says what is wrong, behind `name`: no JSON,
 // cut, another format, another version, a member that is missing or of another type. A later minor
-// version of the format is accepted.
+// version of the format is accepted. Control characters of its texts are replaced (printable).
 Survey parse_survey(const std::string& text, const std::string& name);
 
 // The text of the file at `path`. Throws std::runtime_error where it cannot be read.
