@@ -145,7 +145,11 @@ bool rollback_msr() {
   if (cpu == -1) return true;
   const MsrFile msr(cpu);
   if (!msr.IsOpen() || offset == 0) return fail("Failed to access msr.\n");
-  if (!msr.Write(offset, store_msr)) return fail("Failed to write msr.\n");
+  // A register that holds its old value needs no writing, and one that was never changed may be
+  // one that takes none.
+  uint64_t value = 0;
+  const bool unchanged = msr.Read(offset, value) && value == store_msr;
+  if (!unchanged && !msr.Write(offset, store_msr)) return fail("Failed to write msr.\n");
   forget();
   return true;
 }

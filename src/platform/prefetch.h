@@ -42,7 +42,7 @@ bool save_prefetch(int cpu);
 // False, after a warning, when the saved register cannot be written.
 bool switch_saved_off();
 
-// Writes the saved value back. True when it was written or nothing was changed; false after a
+// Writes the saved value back. True when it was written or the register holds it; false after a
 // warning. Waits for no lock and allocates nothing (snprintf of a number does not, in
 // glibc), so a signal handler may call it.
 bool rollback_msr();

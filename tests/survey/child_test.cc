@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -82,6 +83,18 @@ TEST_F(SurveyChild, MeasuresWithThePrefetchersOff) {
   EXPECT_GT(result.measured->repeat.figures.at(kAverageNs), 0);
   EXPECT_TRUE(result.prefetchers_off);
   EXPECT_EQ(msr_.Get(kRegister), kOn);
+}
+
+TEST_F(SurveyChild, ARegisterThatTakesNoValueIsLeftAlone) {
+  EXPECT_EQ(velmo_test::RunForked([this] {
+              install_exit_guards(restore_msr);  // as main does
+              const rlimit below_register{kRegister, kRegister};
+              setrlimit(RLIMIT_FSIZE, &below_register);
+              const ChildResult result = Measure();
+              std::cout << result.message << result.measured.has_value() << result.prefetchers_off
+                        << stuck_.size() << save_prefetch(plan_.latency_cpu);
+            }),
+            (velmo_test::Outcome{0, "1011", ""}));
 }
 
 TEST_F(SurveyChild, WhatItSaysIsTheMessage) {
