@@ -17,6 +17,7 @@
 #include "fleet/fleet_page.h"
 #include "fleet/fleet_report.h"
 #include "fleet/threshold.h"
+#include "report/page.h"
 
 namespace velmo {
 namespace {
@@ -57,6 +58,8 @@ Options parse_options(int argc, char** argv) {
       ->capture_default_str()
       ->check(CLI::Range(0.0, 1e6));
   parse_word(app, argc, argv);
+  if (options.page == "-") Fatal() << "-o: the page needs a file, standard output has the text\n";
+  check_page_place(options.page);
   return options;
 }
 

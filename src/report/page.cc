@@ -1,9 +1,11 @@
 #include "report/page.h"
 
 #include <algorithm>
+#include <fstream>
 #include <stdexcept>
 #include <string_view>
 
+#include "app/failure.h"
 #include "report/embedded.h"
 
 namespace velmo {
@@ -42,6 +44,7 @@ std::string_view embedded_text(std::string_view name) {
   throw std::logic_error("not built into velmo: " + std::string(name));
 }
 
+constexpr std::string_view kPageStart = "<!doctype html";
 // The policy refuses every request, should a browser think of one.
 constexpr char kHead[] = R"(<!doctype html>
 <html lang="en">
@@ -82,6 +85,16 @@ std::string page_text(const Page& page) {
     out += "</script>\n";
   }
   return out += "</body>\n</html>\n";
+}
+
+void check_page_place(const std::string& path) {
+  std::ifstream in(path);
+  std::string start(kPageStart.size(), '\0');
+  in.read(start.data(), static_cast<std::streamsize>(start.size()));
+  start.resize(static_cast<size_t>(in.gcount()));
+  if (!start.empty() && start != kPageStart) {
+    Fatal() << path << " exists and is no page of velmo. Name another file, or remove it\n";
+  }
 }
 
 }  // namespace velmo

@@ -37,15 +37,18 @@ int run_report(int argc, char** argv) {
   std::vector<std::string> paths;
   std::string output = "report.html";
   app.add_option("FILE", paths, "Surveys to show, over each other")->required();
-  app.add_option("-o", output, "File of the page")->capture_default_str();
+  app.add_option("-o", output, "File of the page; - is standard output")->capture_default_str();
   parse_word(app, argc, argv);
+  const bool piped = output == "-";
+  if (!piped) check_page_place(output);
   try {
-    const std::string failure = replace_file(output, page_text(report_of(paths)));
+    const std::string page = page_text(report_of(paths));
+    const std::string failure = piped ? "" : replace_file(output, page);
     if (!failure.empty()) Fatal() << failure << '\n';
+    std::cout << (piped ? page : output + '\n');
   } catch (const std::runtime_error& failure) {
     Fatal() << failure.what() << '\n';
   }
-  std::cout << output << '\n';
   check_output();
   return 0;
 }

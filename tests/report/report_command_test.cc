@@ -52,7 +52,7 @@ TEST(Report, HoldsTheSurveyAndNoMarkupOfIt) {
 
 TEST(Report, WhatIsNoSurveyIsNamedAndThePageKept) {
   const TempDir dir;
-  const std::string page = dir.Write("page.html", "before");
+  const std::string page = dir.Write("page.html", "<!doctype html>before");
   const std::string cut = dir.Write("cut", std::string(kSurvey).substr(0, 99));
   const std::string other = dir.Write("other", "{}");
   const std::string missing = dir.path() + "/missing";
@@ -69,7 +69,14 @@ TEST(Report, WhatIsNoSurveyIsNamedAndThePageKept) {
       report(dir.Write("good", kSurvey), dir.path()),
       (Outcome{1, "",
                Error("Failed to write " + dir.path() + ": it exists and is not a regular file")}));
-  EXPECT_EQ(velmo_test::ReadAll(page), "before");
+  const std::string good = dir.Write("good", kSurvey);
+  EXPECT_EQ(
+      report(good, good),
+      (Outcome{1, "",
+               Error(good + " exists and is no page of velmo. Name another file, or remove it")}));
+  EXPECT_EQ(velmo_test::ReadAll(good), kSurvey);
+  EXPECT_EQ(report(good, "-").out.substr(0, 15), "<!doctype html>");
+  EXPECT_EQ(velmo_test::ReadAll(page), "<!doctype html>before");
 }
 
 }  // namespace
