@@ -10,6 +10,7 @@
 
 #include "app/console.h"
 #include "app/text.h"
+#include "platform/dax.h"
 #include "platform/text_file.h"
 #include "survey/plan_depth.h"
 #include "survey/usable_memory.h"
@@ -156,16 +157,22 @@ class Planner {
     const int64_t cache = LastLevel({plan.latency_cpu});
     const int64_t wanted =
         std::max(kLeastChain, kCachesCovered * cache / kLineBytes * kChainStride);
+    // A device refuses to map what is no multiple of its alignment.
+    const int64_t unit = plan.memory.kind == MemoryKind::kDevdax
+                             ? std::max(kGrain, dax_alignment(plan.memory.path))
+                             : kGrain;
     plan.chain_bytes = options_.size.value_or(round_up(wanted, kGrain));
+    if (plan.memory.kind == MemoryKind::kDevdax)
+      plan.chain_bytes = round_up(plan.chain_bytes, unit);
     plan.setup_cpus = cpu_numbers(CpusOf(*plan.cell.from.cpu_node));
     const std::optional<int64_t> usable = usable_bytes(plan.memory, plan.pages);
     const int64_t mapped = round_up(plan.chain_bytes, page_bytes(plan.pages));
     if (usable && *usable < mapped) {
-      if (options_.size || *usable < kLeastChain / 4) {
+      plan.chain_bytes = *usable / unit * unit;
+      if (plan.chain_bytes < options_.size.value_or(kLeastChain / 4)) {
         Fail(plan, "Buffers of " + Misfit(mapped, *usable));
         return;
       }
-      plan.chain_bytes = *usable / kGrain * kGrain;
     }
     if (plan.chain_bytes / kChainStride * kLineBytes < kCachesCovered * cache) MarkSmall(plan);
     plan.cell.parameters["buffer_bytes"] = plan.chain_bytes;
