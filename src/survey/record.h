@@ -119,8 +119,9 @@ struct Cell {
   std::optional<Histogram> histogram_ns;
   std::string stopped_by;  // "precision", "repeats", "time_limit", "interrupted", "failed"
   std::string state = kOk;
-  std::string message;             // why it failed, or what else there is to know; may be empty
-  std::vector<std::string> marks;  // what makes its figures doubtful: "placement", "small_buffer"
+  std::string message;  // why it failed, or what else there is to know; may be empty
+  // What makes its figures doubtful: "placement", "small_buffer", "page_size", "failed_repeats".
+  std::vector<std::string> marks;
 };
 
 struct Survey {
@@ -132,7 +133,7 @@ struct Survey {
   std::vector<std::string> arguments;
   uint64_t seed = 0;
   std::string state = kComplete;
-  Json run_notes = Json::object();  // other members of "run": advice, what was skipped
+  Json run_notes = Json::object();  // other members of "run": cells_skipped, counter_hz
   Json machine = Json::object();    // what is not known is {"value": null, "reason": "..."}
   std::vector<Cell> cells;
 };

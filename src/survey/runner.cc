@@ -7,6 +7,7 @@
 
 #include "app/clock.h"
 #include "survey/repeats.h"
+#include "survey/usable_memory.h"
 #include "survey/watch_json.h"
 
 namespace velmo {
@@ -29,6 +30,10 @@ bool is_clean(const Repeat& repeat) { return !repeat.failed() && repeat.disturbe
 bool mostly_clean(const std::vector<Repeat>& repeats) {
   const auto good = std::ranges::count_if(repeats, [](const Repeat& r) { return !r.failed(); });
   return 2 * std::ranges::count_if(repeats, is_clean) >= good;
+}
+
+void mark(Cell& cell, const char* name) {
+  if (std::ranges::find(cell.marks, name) == cell.marks.end()) cell.marks.emplace_back(name);
 }
 
 }  // namespace
@@ -58,13 +63,15 @@ void Runner::Run() {
       if (cells_[i].done()) continue;
       const double expected = std::max(cells_[i].seconds, cells_[i].plan.seconds);
       if (settings_.time_limit > 0 && seconds_since(start_) + expected > settings_.time_limit) {
-        StopAll("time_limit");
-        return;
+        cells_[i].plan.cell.stopped_by = "time_limit";  // a shorter one may still fit
+        continue;
       }
       observe_({cells_[i].plan, round, i + 1, cells_.size(), SecondsLeft()});
       MeasureOnce(cells_[i], round);
       if (EndSignalsNoted::signal() != 0) {
-        StopAll("interrupted");
+        for (Running& cell : cells_) {
+          if (!cell.done()) cell.plan.cell.stopped_by = kInterrupted;
+        }
         return;
       }
     }
@@ -113,9 +120,11 @@ void Runner::Add(Running& cell, int round, ChildResult result) {
   measured.repeat.round = round;
   if (const Json& placement = measured.repeat.placement; placement.contains("share_on_node")) {
     to.parameters["page_size_bytes"] = placement.at("page_size_bytes");
-    const bool marked = std::ranges::find(to.marks, "placement") != to.marks.end();
-    if (placement.at("share_on_node").get<double>() < kLeastPlaced && !marked) {
-      to.marks.emplace_back("placement");
+    if (placement.at("share_on_node").get<double>() < kLeastPlaced) mark(to, "placement");
+    const auto page = placement.at("page_size_bytes").get<int64_t>();  // 0: not known
+    if (cell.plan.memory.kind == MemoryKind::kNuma && page > 0 &&
+        page < page_bytes(cell.plan.pages)) {
+      mark(to, "page_size");
     }
   } else if (!placement.is_null()) {
     to.parameters["page_size_bytes"] = placement;  // null, with the reason
@@ -193,14 +202,6 @@ void Runner::Decide(Running& cell) {
   }
 }
 
-void Runner::StopAll(const char* why) {
-  for (Running& cell : cells_) {
-    if (cell.done()) continue;
-    cell.plan.cell.stopped_by = why;
-    if (cell.plan.cell.repeats.empty()) ++skipped_;
-  }
-}
-
 double Runner::SecondsLeft() const {
   return std::accumulate(cells_.begin(), cells_.end(), 0.0, [](double sum, const Running& cell) {
     if (cell.done()) return sum;
@@ -245,10 +246,17 @@ void Runner::Finish(Running& cell) {
     to.state = kFailed;
     if (!to.repeats.empty()) to.message = to.repeats.back().message;
     if (to.repeats.empty()) {
+      ++skipped_;
       to.message = to.stopped_by == kInterrupted ? "Not measured: interrupted before its turn"
                                                  : "Not measured: the time limit came first";
     }
     return;
+  }
+  // What was measured stands, but not in silence.
+  if (cell.failures > 0) {
+    mark(to, "failed_repeats");
+    to.message = std::to_string(cell.failures) + " of " + std::to_string(to.repeats.size()) +
+                 " repeats failed: " + std::ranges::find_if(to.repeats, &Repeat::failed)->message;
   }
   if (!mostly_clean(to.repeats)) to.state = kDisturbed;
   for (const Point& point : to.points) {

@@ -46,7 +46,7 @@ class Runner {
   // The cells with what was measured of them; may be asked once.
   std::vector<Cell> TakeCells();
 
-  // Cells that have no repeat because the time was up.
+  // Of the cells that were taken, those without a repeat: the time was up, or an end signal came.
   int skipped() const { return skipped_; }
 
  private:
@@ -71,7 +71,6 @@ class Runner {
   static void AddPoints(Running& cell, int round, const MeasuredRepeat& measured);
   void Decide(Running& cell);
   bool AllowsExtra(const Running& cell) const;
-  void StopAll(const char* why);
   void Finish(Running& cell);
   double SecondsLeft() const;
 
@@ -81,7 +80,7 @@ class Runner {
   Observer observe_;
   long start_;
   double extra_seconds_ = 0;  // spent on repeats in place of disturbed ones
-  int skipped_ = 0;
+  int skipped_ = 0;           // found by TakeCells
 };
 
 }  // namespace velmo
