@@ -59,7 +59,9 @@ const model = (() => {
         known(about?.type) ?? "type unknown",
       size: known(about?.size_bytes),
       idle: cellsOf(survey, "idle_latency", "node").find(here),
-      largePages: cellsOf(survey, "idle_latency", "large_pages").find(here),
+      // On smaller pages it would be the figure beside it again.
+      largePages: cellsOf(survey, "idle_latency", "large_pages")
+        .find((cell) => here(cell) && !list(cell.marks).includes("page_size")),
       oneThread: cellsOf(survey, "bandwidth", "one_thread").find(here),
       bandwidth: cellsOf(survey, "bandwidth", "node").filter(here),
       loaded: cellsOf(survey, "loaded_latency", "node")

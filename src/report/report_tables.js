@@ -35,8 +35,9 @@ const tables = (() => {
   const short = (value) => +Number(value).toPrecision(3);
   // "stolen time 2.9 % (limit 0.5 %) in 5 of 7 repeats", a rule after the other.
   function disturbances(cell) {
-    const repeats = [...model.list(cell.repeats),
-                     ...model.list(cell.points).flatMap((point) => model.list(point.repeats))];
+    // Of a curve those of its points: each of its own is the sum of a pass over them.
+    const repeats = (model.list(cell.points).length ? cell.points : [cell])
+      .flatMap(({repeats}) => model.list(repeats));
     const rules = new Map();
     for (const {rule, value, limit, unit} of
          repeats.flatMap((repeat) => model.list(repeat.disturbed_by))) {
@@ -51,7 +52,9 @@ const tables = (() => {
   }
 
   const marks = {placement: "pages elsewhere than asked",
-                 small_buffer: "buffer too small for the caches"};
+                 small_buffer: "buffer too small for the caches",
+                 page_size: "smaller pages than asked for",
+                 failed_repeats: ""};  // the message tells
   const marksText = (cell) =>
     model.list(cell.marks).map((mark) => marks[mark] ?? model.words(mark));
 
@@ -100,8 +103,6 @@ const tables = (() => {
     if (several) main.append(el("h1", {}, `${surveys.length} surveys`));
     for (const survey of surveys) {
       const {run} = survey;
-      const notes = model.list(run.advice).map((note) => model.valueText("", note))
-        .concat(model.list(run.skipped).map((what) => `Skipped: ${model.valueText("", what)}`));
       main.append(el("article", {class: "trust"},
         el(several ? "h2" : "h1", {}, survey.name),
         el("p", {}, machineLine(survey)),
@@ -109,7 +110,9 @@ const tables = (() => {
           run.state === "complete" ? "complete" : run.state,
           `velmo ${survey.record.velmo.version}`].join(" · ")),
         verdict(survey), troubles(survey),
-        notes.length ? el("ul", {}, notes.map((note) => el("li", {}, note))) : null));
+        run.cells_skipped
+          ? el("p", {}, `Not measured, as it ended before their turn: ${plural(run.cells_skipped, "cell")}.`)
+          : null));
     }
   }
 

@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <map>
 #include <set>
 
 #include "app/table.h"
 #include "platform/watch_rules.h"
 #include "survey/curve.h"
+#include "survey/repeats.h"
 #include "survey/summary.h"
 
 namespace velmo {
@@ -21,6 +23,11 @@ constexpr double kMebibyte = 1024.0 * 1024;
 constexpr char kNone[] = "-";
 
 std::string scope_of(const Cell& cell) { return parameter_text(cell, "scope"); }
+
+// Its figure is none of the pages that were asked for.
+bool has_small_pages(const Cell& cell) {
+  return std::ranges::find(cell.marks, "page_size") != cell.marks.end();
+}
 
 double buffer_bytes(const Cell& cell) {
   const Json bytes = cell.parameters.value("buffer_bytes", Json());
@@ -60,18 +67,26 @@ void write_head(std::ostream& out, const Survey& survey) {
   const auto machine = [&](const char* path) { return machine_text(survey.machine, path); };
   out << survey.host << ", " << survey.started << ", velmo " << survey.velmo_version
       << (survey.state == kInterrupted ? ", INTERRUPTED" : "") << '\n';
-  const std::string name = machine("/processor/name");
-  if (!name.empty()) out << name << ", ";
-  out << "sockets " << machine("/sockets") << ", cores " << machine("/cores") << ", threads "
-      << machine("/threads");
-  if (const std::string kernel = machine("/kernel/release"); !kernel.empty()) {
-    out << "; Linux " << kernel;
+  constexpr struct {
+    const char* before;
+    const char* path;
+  } kParts[] = {{"", "/processor/name"},
+                {", sockets ", "/sockets"},
+                {", cores ", "/cores"},
+                {", threads ", "/threads"},
+                {"; Linux ", "/kernel/release"}};
+  std::string line;
+  for (const auto& part : kParts) {
+    if (const std::string text = machine(part.path); !text.empty()) {
+      line += (line.empty() ? part.before + std::strspn(part.before, ",; ") : part.before) + text;
+    }
   }
-  out << '\n';
+  if (!line.empty()) out << line << '\n';
 }
 
 // What the survey says of one memory.
 struct MemoryCells {
+  Memory memory;
   const Cell* idle = nullptr;  // from the CPU node with the least latency
   const Cell* large_pages = nullptr;
   std::map<std::string, const Cell*> bandwidth;  // of the node with the most mixes, by mix
@@ -88,8 +103,9 @@ std::vector<std::pair<std::string, MemoryCells>> memories_of(const Survey& surve
   const auto of = [&](const Cell& cell) -> MemoryCells& {
     const std::string name = memory_text(cell.memory);
     const auto found = std::ranges::find(memories, name, [](const auto& m) { return m.first; });
-    return found != memories.end() ? found->second
-                                   : memories.emplace_back(name, MemoryCells{}).second;
+    return found != memories.end()
+               ? found->second
+               : memories.emplace_back(name, MemoryCells{.memory = cell.memory}).second;
   };
   for (const Cell& cell : survey.cells) {
     if (cell.kind == kLatencyBySize || scope_of(cell) == "machine") continue;
@@ -109,13 +125,12 @@ std::vector<std::pair<std::string, MemoryCells>> memories_of(const Survey& surve
   return memories;
 }
 
-std::pair<std::string, std::string> type_and_size(const Survey& survey, const std::string& name) {
-  if (!name.starts_with("node "))
-    return {name.starts_with("/dev/") ? "device" : "directory", kNone};
+std::pair<std::string, std::string> type_and_size(const Survey& survey, const Memory& memory) {
+  if (!memory.node) return {memory.device.empty() ? "directory" : "device", kNone};
   const auto nodes = survey.machine.find("nodes");
   if (nodes != survey.machine.end() && nodes->is_array()) {
     for (const Json& node : *nodes) {
-      if (!node.contains("node") || name != "node " + node.at("node").dump()) continue;
+      if (!node.contains("node") || node.at("node") != *memory.node) continue;
       const std::string type = machine_text(node, "/type");
       const Json size = node.value("size_bytes", Json());
       return {type.empty() ? kNone : type,
@@ -140,10 +155,10 @@ void write_memories(std::ostream& out, const Survey& survey) {
   for (const std::string& mix : mixes) bandwidth[0].push_back(mix);
   for (const auto& [name, memory] : memories) {
     if (memory.idle != nullptr) {
-      const auto [type, size] = type_and_size(survey, name);
+      const auto [type, size] = type_and_size(survey, memory.memory);
       const Summary& summary = memory.idle->summary;
       idle.push_back({name, type, size, value_text(summary, kAverageNs, 1, 1),
-                      memory.large_pages == nullptr
+                      memory.large_pages == nullptr || has_small_pages(*memory.large_pages)
                           ? kNone
                           : value_text(memory.large_pages->summary, kAverageNs, 1, 1),
                       plain_text(median_of(summary, kP99Ns), 1, 0),
@@ -214,17 +229,11 @@ void write_matrix(std::ostream& out, const Survey& survey, const char* kind, con
   write_table(out, table);
 }
 
-// Latency at shares of the peak; the median of the passes.
+// Latency at shares of the peak; the median of the passes that count.
 std::string loaded_text(const Cell& cell, double share) {
   const auto peak = median_of(cell.summary, kBytesPerSecond);
   std::vector<double> values;
-  if (peak) {
-    for (const Repeat& pass : curve_latencies(cell, share * *peak)) {
-      if (const auto at = pass.figures.find(kAverageNs); at != pass.figures.end()) {
-        values.push_back(at->second);
-      }
-    }
-  }
+  if (peak) values = counted_values(curve_latencies(cell, share * *peak), kAverageNs);
   return values.empty() ? kNone : fixed_text(estimate(values).median, 0);
 }
 
@@ -274,7 +283,8 @@ void write_sizes(std::ostream& out, const Survey& survey) {
 void write_failures(std::ostream& out, const Survey& survey) {
   const std::map<std::string, std::string> marks = {
       {"placement", "less than 99 % of the pages on their node"},
-      {"small_buffer", "the caches hold a part of the buffer"}};
+      {"small_buffer", "the caches hold a part of the buffer"},
+      {"page_size", "smaller pages than asked for"}};
   std::map<std::string, int> marked;
   for (const Cell& cell : survey.cells) {
     if (cell.state == kFailed) {
@@ -283,8 +293,10 @@ void write_failures(std::ostream& out, const Survey& survey) {
     for (const std::string& mark : cell.marks) {
       if (++marked[mark] > 1) continue;
       const auto text = marks.find(mark);
-      write_wrapped(
-          out, "Mind: " + cell_name(cell) + ": " + (text != marks.end() ? text->second : mark));
+      const std::string& why = mark == "failed_repeats" ? cell.message
+                               : text != marks.end()    ? text->second
+                                                        : mark;
+      write_wrapped(out, "Mind: " + cell_name(cell) + ": " + why);
     }
   }
   for (const auto& [mark, count] : marked) {
