@@ -4,13 +4,12 @@
 #include <cmath>
 #include <cstring>
 #include <map>
-#include <set>
 
 #include "app/table.h"
-#include "platform/watch_rules.h"
 #include "survey/curve.h"
 #include "survey/repeats.h"
 #include "survey/summary.h"
+#include "survey/trust_report.h"
 
 namespace velmo {
 namespace {
@@ -103,9 +102,10 @@ std::vector<std::pair<std::string, MemoryCells>> memories_of(const Survey& surve
   const auto of = [&](const Cell& cell) -> MemoryCells& {
     const std::string name = memory_text(cell.memory);
     const auto found = std::ranges::find(memories, name, [](const auto& m) { return m.first; });
-    return found != memories.end()
-               ? found->second
-               : memories.emplace_back(name, MemoryCells{.memory = cell.memory}).second;
+    if (found != memories.end()) return found->second;
+    MemoryCells& fresh = memories.emplace_back(name, MemoryCells{}).second;
+    fresh.memory = cell.memory;
+    return fresh;
   };
   for (const Cell& cell : survey.cells) {
     if (cell.kind == kLatencyBySize || scope_of(cell) == "machine") continue;
@@ -278,88 +278,6 @@ void write_sizes(std::ostream& out, const Survey& survey) {
     if (caches.find(text) == std::string::npos) caches += (caches.empty() ? "" : ", ") + text;
   }
   if (!caches.empty()) out << "Caches: " << caches << '\n';
-}
-
-void write_failures(std::ostream& out, const Survey& survey) {
-  const std::map<std::string, std::string> marks = {
-      {"placement", "less than 99 % of the pages on their node"},
-      {"small_buffer", "the caches hold a part of the buffer"},
-      {"page_size", "smaller pages than asked for"}};
-  std::map<std::string, int> marked;
-  for (const Cell& cell : survey.cells) {
-    if (cell.state == kFailed) {
-      write_wrapped(out, "Failed: " + cell_name(cell) + ": " + cell.message);
-    }
-    for (const std::string& mark : cell.marks) {
-      if (++marked[mark] > 1) continue;
-      const auto text = marks.find(mark);
-      const std::string& why = mark == "failed_repeats" ? cell.message
-                               : text != marks.end()    ? text->second
-                                                        : mark;
-      write_wrapped(out, "Mind: " + cell_name(cell) + ": " + why);
-    }
-  }
-  for (const auto& [mark, count] : marked) {
-    if (count > 1) out << "Mind: other cells with the same: " << count - 1 << " (" << mark << ")\n";
-  }
-}
-
-// How often each rule was broken in the cells that are disturbed.
-std::map<std::string, int> broken_rules_of(const Survey& survey) {
-  std::map<std::string, int> rules;
-  for (const Cell& cell : survey.cells) {
-    if (cell.state != kDisturbed) continue;
-    for (const Repeat& repeat : cell.repeats) {
-      for (const Disturbance& d : repeat.disturbed_by) ++rules[d.rule];
-    }
-  }
-  return rules;
-}
-
-// The cells that are disturbed, by name; of many the first.
-std::string named_disturbed(const Survey& survey) {
-  constexpr int kMostNamed = 6;
-  std::string names;
-  int count = 0;
-  for (const Cell& cell : survey.cells) {
-    if (cell.state != kDisturbed || ++count > kMostNamed) continue;
-    names += (names.empty() ? "" : "; ") + cell_name(cell);
-  }
-  if (count > kMostNamed) names += "; and " + std::to_string(count - kMostNamed) + " more";
-  return names;
-}
-
-// The line that says whether the figures can be trusted.
-void write_trust(std::ostream& out, const Survey& survey) {
-  size_t disturbed = 0;
-  size_t failed = 0;
-  for (const Cell& cell : survey.cells) {
-    disturbed += cell.state == kDisturbed ? 1 : 0;
-    failed += cell.state == kFailed ? 1 : 0;
-  }
-  const size_t measured = survey.cells.size() - failed;
-  if (disturbed == 0) {
-    if (measured > 0) {
-      out << "Undisturbed: all " << measured << " cells"
-          << (failed > 0 ? " that were measured" : "") << '\n';
-    }
-    return;
-  }
-  std::string text =
-      "Disturbed: " + std::to_string(disturbed) + " of " + std::to_string(measured) + " cells";
-  const std::map<std::string, int> rules = broken_rules_of(survey);
-  const char* separator = ", by ";
-  for (const auto& [rule, count] : rules) {
-    text += separator + rule + " (" + std::to_string(count) + (count == 1 ? " time)" : " times)");
-    separator = ", ";
-  }
-  write_wrapped(out, text);
-  write_wrapped(out, "  " + named_disturbed(survey));
-  for (const auto& [rule, count] : rules) {
-    if (!rule_advice(rule).empty()) {
-      write_wrapped(out, "  " + rule + ": " + std::string(rule_advice(rule)));
-    }
-  }
 }
 
 }  // namespace
