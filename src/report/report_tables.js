@@ -76,6 +76,22 @@ const tables = (() => {
     return rows.length <= 6 ? table : velmo.fold(`All ${rows.length} of them`, () => table);
   }
 
+  // What the kernel told of no repeat, and no rule could be broken by: "throttle count, clock".
+  function unseen(survey) {
+    const told = new Map();
+    const repeats = survey.cells.flatMap((cell) => [cell, ...model.list(cell.points)])
+      .flatMap(({repeats}) => model.list(repeats));
+    for (const {watch} of repeats) {
+      for (const group of ["threads", "cpus", "machine"]) {
+        for (const [name, reading] of Object.entries(watch?.[group] ?? {})) {
+          told.set(name, told.get(name) || known(reading) !== undefined);
+        }
+      }
+    }
+    const names = [...told].filter(([, any]) => !any).map(([name]) => model.words(name));
+    return names.length ? el("p", {class: "soft"}, `Not seen: ${names.join(", ")}.`) : null;
+  }
+
   function verdict(survey) {
     const count = (state) => survey.cells.filter((cell) => cell.state === state).length;
     const all = survey.cells.length;
@@ -109,7 +125,7 @@ const tables = (() => {
         el("p", {class: "soft"}, [model.when(run.started), model.duration(run),
           run.state === "complete" ? "complete" : run.state,
           `velmo ${survey.record.velmo.version}`].join(" · ")),
-        verdict(survey), troubles(survey),
+        verdict(survey), unseen(survey), troubles(survey),
         run.cells_skipped
           ? el("p", {}, `Not measured, as it ended before their turn: ${plural(run.cells_skipped, "cell")}.`)
           : null));

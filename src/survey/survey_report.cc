@@ -309,6 +309,7 @@ void write_survey(std::ostream& out, const Survey& survey, const std::string& pa
   out << '\n';
   if (!path.empty()) out << "Written: " << path << '\n';
   write_failures(out, survey);
+  write_unseen(out, survey);
   write_trust(out, survey);
 }
 

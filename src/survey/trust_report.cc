@@ -1,7 +1,11 @@
 #include "survey/trust_report.h"
 
+#include <algorithm>
 #include <map>
+#include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "app/table.h"
 #include "platform/watch_rules.h"
@@ -35,7 +39,48 @@ std::string named_disturbed(const Survey& survey) {
   return names;
 }
 
+// What the kernel told of no repeat, by the reason without its path: "throttle count, clock".
+std::map<std::string, std::string> unseen_of(const Survey& survey) {
+  std::vector<std::pair<std::string, std::string>> unseen;  // reading, reason
+  std::set<std::string> seen;
+  const auto look = [&](const std::vector<Repeat>& repeats) {
+    for (const Repeat& repeat : repeats) {
+      for (const char* group : {"threads", "cpus", "machine"}) {
+        if (!repeat.watch.is_object() || !repeat.watch.contains(group)) continue;
+        for (const auto& [name, reading] : repeat.watch.at(group).items()) {
+          if (!reading.is_object()) {
+            seen.insert(name);
+          } else if (std::ranges::find(unseen, name, [](auto& u) { return u.first; }) ==
+                     unseen.end()) {
+            const std::string reason = reading.value("reason", "");
+            const size_t colon = reason.rfind(": ");
+            unseen.emplace_back(name, reason.substr(colon == std::string::npos ? 0 : colon + 2));
+          }
+        }
+      }
+    }
+  };
+  for (const Cell& cell : survey.cells) {
+    look(cell.repeats);
+    for (const Point& point : cell.points) look(point.repeats);
+  }
+  std::map<std::string, std::string> names;
+  for (auto& [name, reason] : unseen) {
+    if (seen.contains(name)) continue;
+    std::string& list = names[reason];
+    std::ranges::replace(name, '_', ' ');
+    list += (list.empty() ? "" : ", ") + name;
+  }
+  return names;
+}
+
 }  // namespace
+
+void write_unseen(std::ostream& out, const Survey& survey) {
+  for (const auto& [reason, names] : unseen_of(survey)) {
+    write_wrapped(out, "Not seen: " + names + (reason.empty() ? "" : " (" + reason + ")"));
+  }
+}
 
 void write_failures(std::ostream& out, const Survey& survey) {
   const std::map<std::string, std::string> marks = {
