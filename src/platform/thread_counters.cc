@@ -54,6 +54,7 @@ ThreadProbe::ThreadProbe(int tid, const std::string& root, Clocks clocks)
   stat_ = folder + "stat";
   schedstat_ = folder + "schedstat";
   sched_ = folder + "sched";
+  status_ = folder + "status";
 }
 
 ThreadCounters ThreadProbe::Read(std::string& buffer) const {
@@ -89,19 +90,31 @@ void ThreadProbe::ReadSchedstat(std::string& buffer, ThreadCounters& counters) c
   if (counters.waited_seconds.value < 0) reason = schedstat_ + " has no time waited";
 }
 
+// Kernels without CONFIG_SCHED_DEBUG have no such file; proc(5) has two of its counters, too.
 void ThreadProbe::ReadSched(std::string& buffer, ThreadCounters& counters) const {
-  const std::pair<const char*, Reading*> keys[] = {
-      {"nr_involuntary_switches", &counters.involuntary_switches},
-      {"nr_voluntary_switches", &counters.voluntary_switches},
-      {"se.nr_migrations", &counters.migrations}};
+  const struct {
+    const char* key;
+    const char* in_status;
+    Reading* reading;
+  } keys[] = {
+      {"nr_involuntary_switches", "nonvoluntary_ctxt_switches", &counters.involuntary_switches},
+      {"nr_voluntary_switches", "voluntary_ctxt_switches", &counters.voluntary_switches},
+      {"se.nr_migrations", nullptr, &counters.migrations}};
   std::string reason;
   read_file(sched_, buffer, reason);
-  for (const auto& [key, reading] : keys) {
+  bool missing = false;
+  for (const auto& [key, in_status, reading] : keys) {
     const std::optional<int64_t> value = reason.empty() ? number_after(buffer, key) : std::nullopt;
-    if (value) {
-      reading->value = static_cast<double>(*value);
-    } else {
-      reading->reason = reason.empty() ? sched_ + " has no " + key : reason;
+    reading->value = static_cast<double>(value.value_or(0));
+    if (!value) reading->reason = reason.empty() ? sched_ + " has no " + key : reason;
+    missing = missing || !value;
+  }
+  std::string ignored;
+  if (!missing || !read_file(status_, buffer, ignored)) return;
+  for (const auto& [key, in_status, reading] : keys) {
+    if (reading->known() || in_status == nullptr) continue;
+    if (const std::optional<int64_t> value = number_after(buffer, in_status)) {
+      *reading = {static_cast<double>(*value)};
     }
   }
 }

@@ -48,6 +48,7 @@ class ThreadProbe {
   std::string stat_;
   std::string schedstat_;
   std::string sched_;
+  std::string status_;
 };
 
 }  // namespace velmo
