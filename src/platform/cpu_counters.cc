@@ -38,15 +38,16 @@ Reading register_of(const std::string& device, uint32_t address) {
 CpuCounters read_cpu_counters(int cpu, const std::string& root, const std::string& msr) {
   const std::string throttle = cpu_folder(root, cpu) + "thermal_throttle/";
   const std::string device = numbered_path(msr, cpu);
-  return {sum_of(number_in(throttle + "core_throttle_count"),
-                 number_in(throttle + "package_throttle_count")),
-          register_of(device, kActualCycles), register_of(device, kBaseCycles)};
-}
-
-Reading read_cpu_clock(int cpu, const std::string& root) {
-  Reading clock = number_in(cpu_folder(root, cpu) + "cpufreq/scaling_cur_freq");
-  clock.value *= 1000;  // from kHz
-  return clock;
+  CpuCounters counters = {sum_of(number_in(throttle + "core_throttle_count"),
+                                 number_in(throttle + "package_throttle_count")),
+                          register_of(device, kActualCycles),
+                          register_of(device, kBaseCycles),
+                          {0, "the registers tell"}};
+  if (!counters.actual_cycles.known() || !counters.base_cycles.known()) {
+    counters.clock_hz = number_in(cpu_folder(root, cpu) + "cpufreq/scaling_cur_freq");
+    counters.clock_hz.value *= 1000;  // from kHz
+  }
+  return counters;
 }
 
 }  // namespace velmo

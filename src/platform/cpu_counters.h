@@ -14,13 +14,11 @@ struct CpuCounters {
   // Cycles while not idle, at the clock as it was (APERF) and at the base clock (MPERF).
   Reading actual_cycles;
   Reading base_cycles;
+  Reading clock_hz;  // at this time, as the frequency driver tells; where those two are not known
 };
 
 // Counters of `cpu`. `root` stands before /sys; `msr` is the device of a CPU's registers, with
 // "%d".
 CpuCounters read_cpu_counters(int cpu, const std::string& root, const std::string& msr);
-
-// The clock of `cpu` at this time in Hz, as its frequency driver tells.
-Reading read_cpu_clock(int cpu, const std::string& root);
 
 }  // namespace velmo

@@ -134,14 +134,14 @@ void Watch::CompareClocks(const Snapshot& after, WatchRecord& record) const {
     const CpuCounters& earlier = before_.cpus.at(cpu);
     actual = sum_of(actual, risen(earlier.actual_cycles, counters.actual_cycles));
     base = sum_of(base, risen(earlier.base_cycles, counters.base_cycles));
-    hz = sum_of(hz, read_cpu_clock(cpu, from_.root));
+    hz = sum_of(hz, sum_of(earlier.clock_hz, counters.clock_hz));
   }
   if (actual.known() && base.known() && base.value > 0) {
     record.clock = {actual.value / base.value};
     record.clock_unit = "base clocks";
   } else if (hz.known() && !after.cpus.empty()) {
-    record.clock = {hz.value / static_cast<double>(after.cpus.size())};
-    record.clock_unit = "Hz";
+    record.clock = {hz.value / static_cast<double>(2 * after.cpus.size())};
+    record.clock_unit = kHertz;
   } else {
     record.clock.reason = actual.reason + (actual.known() ? "" : "; ") + hz.reason;
   }

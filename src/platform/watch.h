@@ -50,6 +50,8 @@ struct WatchedNode {
   Reading free_bytes_after;
 };
 
+inline constexpr char kHertz[] = "Hz";
+
 // What happened during one stretch. Where the kernel counts in ticks (kTickSeconds), times of work
 // are what is certain, the least that agrees with the ticks.
 struct WatchRecord {
@@ -73,7 +75,7 @@ struct WatchRecord {
   Reading other_work_seconds;  // most of a CPU: interrupts and threads that are not watched
   Reading throttle_count;      // of all together
   Reading clock;               // their average, in units of clock_unit
-  std::string clock_unit;      // "base clocks" (APERF to MPERF) or "Hz" (scaling_cur_freq)
+  std::string clock_unit;      // "base clocks" (APERF to MPERF), or "Hz" (at both ends)
 
   // Of the machine.
   int other_cpus = 0;               // online, without helper_cpus

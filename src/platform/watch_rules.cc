@@ -23,6 +23,8 @@ struct Rule {
 
 constexpr char kClock[] = "clock";
 constexpr double kClockLimit = 3;  // %
+// Of a clock that is known at the ends of a stretch alone, %.
+constexpr double kClockLimitAtEnds = 10;
 
 constexpr Rule kRules[] = {
     {"stolen_time", "%", 0.5, 0, [](const WatchRecord& r) { return percent(r, r.stolen_seconds); }},
@@ -84,7 +86,8 @@ std::vector<BrokenRule> broken_rules(const WatchRecord& record,
   }
   if (first && record.clock.known() && first->unit == record.clock_unit && first->clock > 0) {
     const double off = 100 * std::abs(record.clock.value / first->clock - 1);
-    if (off > kClockLimit) broken.push_back({kClock, off, kClockLimit, "%"});
+    const double limit = record.clock_unit == kHertz ? kClockLimitAtEnds : kClockLimit;
+    if (off > limit) broken.push_back({kClock, off, limit, "%"});
   }
   return broken;
 }

@@ -49,6 +49,12 @@ TEST(WatchRules, HoldUpToTheirLimits) {
       {"clock ", &WatchRecord::clock, 1.54, 1.55},
       {"clock ", &WatchRecord::clock, 1.46, 1.45},
   };
+  WatchRecord ends = Quiet();
+  ends.clock_unit = "Hz";
+  for (const auto& [clock, rules] : {std::pair(1.36, ""), {1.34, "clock "}}) {
+    ends.clock = {clock};
+    EXPECT_EQ(Broken(ends, ClockReference{1.5, "Hz"}), rules);
+  }
   const ClockReference first{1.5, "base clocks"};
   for (const auto& row : rows) {
     WatchRecord record = Quiet();

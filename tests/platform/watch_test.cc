@@ -29,8 +29,10 @@ void Write(const velmo_test::TempDir& dir, bool end) {
        pick("se.nr_migrations : 1\nnr_voluntary_switches : 2\nnr_involuntary_switches : 3\n",
             "se.nr_migrations : 1\nnr_voluntary_switches : 3\nnr_involuntary_switches : 9\n"));
   task("11", pick("11 (a) R 1 2 3 4 5 6 50 7 0 8", "11 (a) R 1 2 3 4 5 6 50 7 0 8"), "9 5 9",
-       pick("se.nr_migrations : 1\nnr_voluntary_switches : 2\nnr_involuntary_switches : 3\n",
-            "se.nr_migrations : 2\nnr_voluntary_switches : 2\nnr_involuntary_switches : 4\n"));
+       pick("se.nr_migrations : 1\nnr_voluntary_switches : 2\n",
+            "se.nr_migrations : 2\nnr_voluntary_switches : 2\n"));
+  dir.Write("proc/self/task/11/status",
+            pick("nonvoluntary_ctxt_switches:\t3\n", "nonvoluntary_ctxt_switches:\t12\n"));
   dir.Write("proc/stat", pick("cpu  1 1\ncpu0 10 0 10 900 0 0 0 0 0 0\ncpu1 100 0 0 0 0 1 1 5 0 0\n"
                               "cpu2 100 0 0 0 0 0 0 0 0 0\ncpu3 0 0 0 0\ncpu4 5 0 0 5\nintr 5\n",
                               "cpu  1 1\ncpu0 13 2 15 990 9 0 0 0 0 0\ncpu1 199 0 0 0 0 2 3 5 0 0\n"
@@ -47,7 +49,7 @@ void Write(const velmo_test::TempDir& dir, bool end) {
   dir.Write("sys/devices/system/node/node4/meminfo", pick("Node 4 MemFree: 8 kB\n", "damaged"));
   for (const std::string cpu : {"1", "2"}) {
     const std::string folder = "sys/devices/system/cpu/cpu" + cpu + "/";
-    dir.Write(folder + "cpufreq/scaling_cur_freq", cpu + "000000\n");
+    dir.Write(folder + "cpufreq/scaling_cur_freq", cpu + pick("000000\n", "200000\n"));
     dir.Write(folder + "thermal_throttle/core_throttle_count", pick("2\n", "3\n"));
     dir.Write(folder + "thermal_throttle/package_throttle_count", "9\n");
   }
@@ -75,7 +77,7 @@ TEST(Watch, RecordsWhatRoseMeanwhile) {
       {"cpu", {record.cpu_seconds, 0.5}},
       {"waited", {record.waited_seconds, 0.02}},
       {"paused", {record.paused_seconds, 0}},
-      {"involuntary", {record.involuntary_switches, 6}},
+      {"involuntary", {record.involuntary_switches, 9}},
       {"voluntary", {record.voluntary_switches, 1}},
       {"migrations", {record.migrations, 1}},
       {"minor", {record.minor_faults, 3}},
@@ -84,7 +86,7 @@ TEST(Watch, RecordsWhatRoseMeanwhile) {
       {"interrupts", {record.interrupt_seconds, 0.03}},
       {"other work", {record.other_work_seconds, 0.04}},
       {"throttle", {record.throttle_count, 2}},
-      {"clock", {record.clock, 1.5e9}},
+      {"clock", {record.clock, 1.6e9}},
       {"others", {record.other_cpus_busy_seconds, 0.1}},
       {"busiest", {record.busiest_cpu_seconds, 0.1}},
       {"cpu pressure", {record.cpu_pressure_seconds, 0.5}},
