@@ -7,7 +7,7 @@ DepthPlan depth_plan(const SurveyOptions& options) {
                                 {1, 1, 1}, {2, 1, 1}, {0, 1, 1}};
   const std::vector<Mix> few = {kReads, {2, 1, 0}, {1, 1, 1}};
   DepthPlan plan{7, 3, 12, false, all, few};
-  if (options.depth == Depth::kQuick) plan = {3, 2, 8, false, few, {kReads}};
+  if (options.depth == Depth::kQuick) plan = {3, 2, 8, true, few, {kReads}};
   if (options.depth == Depth::kThorough) plan = {15, 7, 16, true, all, few};
   if (!options.mixes.empty()) {
     plan.mixes = options.mixes;

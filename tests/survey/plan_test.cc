@@ -73,6 +73,8 @@ TEST(SurveyPlan, ALargeMachineTakesLessThanAQuarterOfAnHour) {
         EXPECT_GE(p.chain_bytes / 256 * 64, 4 * (mebibytes << 20));
       }
     }
+    options.depth = Depth::kQuick;
+    EXPECT_EQ(count(plan_cells(options, machine), kLoadedLatency), 10);
     options.depth = Depth::kThorough;
     EXPECT_EQ(count(plan_cells(options, machine), kLoadedLatency), 10 * 3);
   }
