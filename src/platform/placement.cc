@@ -55,7 +55,7 @@ int64_t page_size_at(const void* data) {
 
 }  // namespace
 
-Placement find_placement(const void* data, int64_t size, int node) {
+Placement find_placement(const void* data, int64_t size, int node, bool page_size) {
   Placement placement;
   const long page = sysconf(_SC_PAGESIZE);
   const int64_t pages = std::min(kPages, std::max<int64_t>(size / page, 1));
@@ -84,7 +84,7 @@ Placement find_placement(const void* data, int64_t size, int node) {
       if (at >= 0) placement.on_node = std::max(placement.on_node, count);
     }
   }
-  placement.page_size_bytes = page_size_at(data);
+  if (page_size) placement.page_size_bytes = page_size_at(data);
   return placement;
 }
 

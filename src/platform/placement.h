@@ -26,7 +26,7 @@ struct Placement {
 
 // Asks the kernel where the pages of `size` bytes at `data`, which were touched, are: 1,024 of
 // them, or all where there are fewer. `node` -1: whichever node most of them are on counts as
-// theirs.
-Placement find_placement(const void* data, int64_t size, int node);
+// theirs. The size of the pages, which takes a walk over all mappings, is looked for on request.
+Placement find_placement(const void* data, int64_t size, int node, bool page_size = true);
 
 }  // namespace velmo

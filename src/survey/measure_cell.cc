@@ -197,14 +197,14 @@ class Regions {
     return regions;
   }
 
-  // Of all regions together.
+  // Of all regions together; the size of the pages is that of the first.
   Placement Where() const {
     Placement all;
     for (size_t i = 0; i < buffers_.size(); ++i) {
-      Placement one = find_placement(buffers_[i].bytes() + begin_, bytes_, nodes_[i]);
+      Placement one = find_placement(buffers_[i].bytes() + begin_, bytes_, nodes_[i], i == 0);
       if (!one.reason.empty()) return one;
       all.Add(one);
-      all.page_size_bytes = one.page_size_bytes;
+      if (i == 0) all.page_size_bytes = one.page_size_bytes;
     }
     return all;
   }
