@@ -8,10 +8,17 @@
 #include <cstdio>
 #include <cstring>
 
+#include "app/threads.h"
+
 namespace velmo {
 namespace {
 
-constexpr mode_t kMode = 0644;
+// The mode of a new file, as the user's mask leaves it.
+mode_t usual_mode() {
+  const mode_t mask = umask(0);
+  umask(mask);
+  return 0666 & ~mask;
+}
 
 // Errno of what failed; 0: all is on its way to the disk.
 int write_all(int fd, std::string_view text) {
@@ -21,7 +28,7 @@ int write_all(int fd, std::string_view text) {
     if (written <= 0) return written < 0 ? errno : ENOSPC;
     text.remove_prefix(static_cast<size_t>(written));
   }
-  return fchmod(fd, kMode) == 0 && fsync(fd) == 0 ? 0 : errno;
+  return fchmod(fd, usual_mode()) == 0 && fsync(fd) == 0 ? 0 : errno;
 }
 
 }  // namespace
@@ -34,6 +41,7 @@ std::string replace_file(const std::string& path, std::string_view text) {
   if (lstat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode)) {
     return "Failed to write " + path + ": it exists and is not a regular file";
   }
+  const EndSignalsBlocked blocked;  // one that comes meanwhile leaves no file of that name behind
   std::string fresh = path + ".XXXXXX";
   const int fd = mkstemp(fresh.data());
   if (fd < 0) return failed(errno);
