@@ -11,6 +11,25 @@
 
 namespace velmo {
 
+namespace {
+
+struct Prefixes {
+  const char* warning;
+  const char* error;
+};
+
+Prefixes prefixes = {kWarningPrefix, kErrorPrefix};
+
+}  // namespace
+
+void choose_prefixes() {
+  const char* const no_color = std::getenv("NO_COLOR");
+  const bool unwanted = no_color != nullptr && *no_color != '\0';
+  if (unwanted || isatty(STDERR_FILENO) != 1) prefixes = {"[VELMO Warning] ", "[VELMO Error] "};
+}
+
+const char* error_prefix() { return prefixes.error; }
+
 void init_console() {
   int fd = 0;
   do {
@@ -24,13 +43,13 @@ std::ostream& Info() { return std::cout << kInfoPrefix; }
 
 std::ostream& Debug() { return std::cout << kDebugPrefix; }
 
-std::ostream& Warn() { return std::cerr << kWarningPrefix; }
+std::ostream& Warn() { return std::cerr << prefixes.warning; }
 
-std::ostream& Error() { return std::cerr << kErrorPrefix; }
+std::ostream& Error() { return std::cerr << prefixes.error; }
 
 void warn_from_handler(const char* text) {
   const iovec parts[] = {
-      {const_cast<char*>(kWarningPrefix), std::strlen(kWarningPrefix)},
+      {const_cast<char*>(prefixes.warning), std::strlen(prefixes.warning)},
       {const_cast<char*>(text), std::strlen(text)},
   };
   // Nothing can be done about a standard error that does not take the text.

@@ -14,7 +14,8 @@
 
 namespace velmo {
 
-// ANSI escapes: bold, colour, label, reset. Written also when the stream is not a terminal.
+// ANSI escapes: bold, colour, label, reset. The classic command lines write them also when the
+// stream is not a terminal.
 inline constexpr char kInfoPrefix[] = "\033[1;32m[INFO] \033[0m";
 inline constexpr char kWarningPrefix[] = "\033[1;33m[VELMO Warning] \033[0m";
 inline constexpr char kErrorPrefix[] = "\033[1;31m[VELMO Error] \033[0m";
@@ -22,6 +23,13 @@ inline constexpr char kDebugPrefix[] = "\033[1;35m[DEBUG] \033[0m";
 
 // Erases the line of a terminal on which the cursor stands.
 inline constexpr char kEraseLine[] = "\r\033[K";
+
+// The words' prefixes: without escapes where standard error is no terminal, or NO_COLOR is set
+// (and not empty). Called before anything is written.
+void choose_prefixes();
+
+// The prefix of errors as chosen.
+const char* error_prefix();
 
 // The rule that separates the blocks of a report: forty hyphens between two newlines.
 inline constexpr char kSeparator[] = "\n----------------------------------------\n";

@@ -62,7 +62,9 @@ int main(int argc, char** argv) {
   velmo::install_exit_guards(velmo::restore_msr);
 #ifdef VELMO_SURVEY
   for (const Word& word : kWords) {
-    if (argc > 1 && word.name == argv[1]) return word.run(argc - 1, argv + 1);
+    if (argc < 2 || word.name != argv[1]) continue;
+    velmo::choose_prefixes();
+    return word.run(argc - 1, argv + 1);
   }
 #endif
   velmo::change_scheduling_priority(-20);

@@ -111,8 +111,8 @@ std::string message_of(int err) {
   std::string text(2000, '\0');
   const ssize_t n = pread(err, text.data(), text.size(), 0);
   text.resize(static_cast<size_t>(std::max<ssize_t>(n, 0)));
-  if (const size_t at = text.rfind(kErrorPrefix); at != std::string::npos) {
-    text.erase(0, at + std::strlen(kErrorPrefix));
+  if (const size_t at = text.rfind(error_prefix()); at != std::string::npos) {
+    text.erase(0, at + std::strlen(error_prefix()));
   }
   std::string line;
   for (const char c : text) {
