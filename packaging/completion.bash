@@ -24,13 +24,21 @@ _velmo_word() {
       ;;
     --mixes | --size | --repeats | --precision | --time-limit | --seed) return ;;
     *)
-      if [[ $cur == -* && ${words[1]} == survey ]]; then
-        choices='-o --cpu-nodes --device --directory --help --memory-nodes --mixes --only --pages
-          --precision --quick --quiet --repeats --seed --size --strict --thorough --time-limit'
-      else
+      if [[ $cur != -* ]]; then
         _filedir
         return
       fi
+      choices=--help
+      case ${words[1]} in
+        survey)
+          choices+=' -o --cpu-nodes --device --directory --memory-nodes --mixes --only --pages
+            --precision --quick --quiet --repeats --seed --size --strict --thorough --time-limit'
+          ;;
+        report) choices+=' -o' ;;
+        compare) choices+=' --between --fail-on --json --margin --rounds --run' ;;
+        fleet) choices+=' -o --exclude-list --floor --history --json --threshold' ;;
+        export) choices+=' -o --prometheus' ;;
+      esac
       ;;
   esac
   mapfile -t COMPREPLY < <(compgen -P "$prefix" -W "$choices" -- "${cur#"$prefix"}")
