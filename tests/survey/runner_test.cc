@@ -71,6 +71,25 @@ TEST(SurveyRunner, PoolsTheRepeatsThatCount) {
   EXPECT_EQ(cell.histogram_ns->counts, std::vector<int64_t>{6000});
 }
 
+TEST(SurveyRunner, MarksWhatWasAskedForAndNotGot) {
+  for (const bool got : {true, false}) {
+    CellPlan plan = cell_of(0);
+    plan.pages = PageSize::kThp;
+    Runner runner(
+        {plan}, {.seed = 1},
+        [&](const CellPlan&, double) {
+          ChildResult result = measured(100);
+          result.measured->repeat.placement = {{"share_on_node", got ? 0.99 : 0.98},
+                                               {"page_size_bytes", got ? 2 << 20 : 4096}};
+          return result;
+        },
+        [](const RunnerProgress&) {});
+    runner.Run();
+    const std::vector<std::string> missed = {"placement", "page_size"};
+    EXPECT_EQ(runner.TakeCells().front().marks, got ? std::vector<std::string>() : missed);
+  }
+}
+
 TEST(SurveyRunner, RoundsAreOrderedByTheSeed) {
   const auto order_of = [](uint64_t seed) {
     std::vector<int> order;
