@@ -158,12 +158,10 @@ class Planner {
     const int64_t wanted =
         std::max(kLeastChain, kCachesCovered * cache / kLineBytes * kChainStride);
     // A device refuses to map what is no multiple of its alignment.
-    const int64_t unit = plan.memory.kind == MemoryKind::kDevdax
-                             ? std::max(kGrain, dax_alignment(plan.memory.path))
-                             : kGrain;
-    plan.chain_bytes = options_.size.value_or(round_up(wanted, kGrain));
-    if (plan.memory.kind == MemoryKind::kDevdax)
-      plan.chain_bytes = round_up(plan.chain_bytes, unit);
+    const bool device = plan.memory.kind == MemoryKind::kDevdax;
+    const int64_t unit = std::max(kGrain, device ? dax_alignment(plan.memory.path) : 0);
+    plan.chain_bytes = options_.size.value_or(wanted);
+    if (device || !options_.size) plan.chain_bytes = round_up(plan.chain_bytes, unit);
     plan.setup_cpus = cpu_numbers(CpusOf(*plan.cell.from.cpu_node));
     const std::optional<int64_t> usable = usable_bytes(plan.memory, plan.pages);
     const int64_t mapped = round_up(plan.chain_bytes, page_bytes(plan.pages));
