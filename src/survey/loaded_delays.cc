@@ -22,9 +22,7 @@ double share_of(int point, int points) {
 
 double probe_load(const LoadSpec& load, const std::vector<int>& cpus,
                   const std::vector<LoadRegions>& regions) {
-  LoadSpec spec = load;
-  spec.flush = false;
-  LoadTeam team(spec, cpus, regions);
+  LoadTeam team(load, cpus, regions);
   team.Park();
   return MeasureBandwidth(team, {.intervals = 1, .warm_up = 1, .interval = 0.02, .busy = false})
       .average;

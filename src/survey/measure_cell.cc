@@ -31,8 +31,8 @@ constexpr uint64_t kLoadedWarmUp = 10'000;
 constexpr uint64_t kLoadedLoads = 100'000;
 constexpr uint64_t kLoadedSamples = 40'000;
 // Least time of a step of the staircase, in ns.
-constexpr double kStepNs = 50e6;
-constexpr double kLongLap = 4;  // of these
+constexpr double kStepNs = 25e6;
+constexpr double kLongLap = 8;  // of these
 
 int64_t mapped_bytes(int64_t size, PageSize pages) {
   const int64_t unit = pages == PageSize::k1G ? int64_t{1} << 30 : int64_t{2} << 20;
@@ -151,15 +151,17 @@ MeasuredRepeat MeasureIdle(const CellPlan& plan, double ticks) {
 
 MeasuredRepeat MeasureStep(const CellPlan& plan) {
   const Chain chain(plan);
-  // One lap brings into the caches what they hold, another tells how many more take long enough
-  // to be watched; every load counts as often as any other. Of a lap that takes several times as
-  // long from memory, one takes long enough from any cache.
+  // One lap brings into the caches what they hold, others tell how many more take long enough to be
+  // watched; every load counts as often as any other. Of a lap that takes several times as long
+  // from memory, one takes long enough from any cache.
   const auto lap = static_cast<double>(chain.elements());
   MeasuredRepeat measured;
   Watcher watcher(plan);
   run_pinned({plan.latency_cpu}, [&](size_t) {
     double lap_ns = lap * MeasureAverage(chain.data(), chain.elements());
-    if (lap_ns < kLongLap * kStepNs) lap_ns = lap * MeasureAverage(chain.data(), chain.elements());
+    if (lap_ns < kLongLap * kStepNs) {
+      lap_ns = lap * MeasureAverage(chain.data(), std::max(chain.elements(), kWarmUp));
+    }
     const auto laps = static_cast<uint64_t>(std::max(std::ceil(kStepNs / lap_ns), 1.0));
     const LatencySpec spec{.loads = laps * chain.elements(), .cpu = plan.latency_cpu};
     watcher.Begin({{gettid(), plan.latency_cpu}});
@@ -216,8 +218,13 @@ class Regions {
   std::vector<int> nodes_;
 };
 
+// Nothing is flushed: the load moves more than the caches hold before it is measured.
 LoadSpec LoadOf(const CellPlan& plan) {
-  return {.mix = plan.mix, .full = true, .stride = kLineBytes, .delay_every_unit = true};
+  return {.mix = plan.mix,
+          .full = true,
+          .stride = kLineBytes,
+          .flush = false,
+          .delay_every_unit = true};
 }
 
 std::vector<int> LoadCpus(const CellPlan& plan) {
@@ -255,7 +262,7 @@ MeasuredRepeat MeasureCurve(const CellPlan& plan, double ticks) {
                              .cpu = plan.latency_cpu},
                  .load = LoadOf(plan),
                  .load_cpus = LoadCpus(plan),
-                 .ramp_up = {.window = 0.03, .agreement = 0.01, .most = 2}};
+                 .ramp_up = {.window = 0.02, .agreement = 0.01, .most = 2}};
   MeasuredRepeat measured;
   Watcher watcher(plan);
   spec.stretch = watcher.Observer();
@@ -275,7 +282,6 @@ MeasuredRepeat MeasureCurve(const CellPlan& plan, double ticks) {
   const auto lines = static_cast<uint64_t>(plan.chain_bytes / kChainStride);
   for (const int64_t delay : delays) {
     spec.load.delay = static_cast<uint32_t>(delay);
-    spec.load.flush = delay == delays.front();
     flush_lines(chain.data(), lines, kChainStride);
     const long start = monotonic_ns();
     const LoadedPoint loaded = MeasurePoint(chain.data(), regions.Get(), spec, ticks);

@@ -1,6 +1,7 @@
 #include "survey/runner.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <map>
@@ -26,11 +27,17 @@ ChildResult measured(double average, bool disturbed = false) {
 
 ChildResult failure(const char* why) { return {.measured = std::nullopt, .message = why}; }
 
-// A survey of one cell, whose n-th repeat, from 0 on, is `repeat(n)`.
+// A survey's cell, whose n-th repeat, from 0 on, is `repeat(n)`. Another one takes so long that a
+// tenth of the survey's time is several of these.
 Cell cell_after(const std::function<ChildResult(int)>& repeat) {
   int n = 0;
   Runner runner(
-      {cell_of(0)}, {.seed = 1}, [&](const CellPlan&, double) { return repeat(n++); },
+      {cell_of(0), cell_of(1)}, {.seed = 1},
+      [&](const CellPlan& plan, double) {
+        if (plan.cell.memory.node == 0) return repeat(n++);
+        usleep(5000);
+        return measured(100);
+      },
       [](const RunnerProgress&) {});
   runner.Run();
   return runner.TakeCells().front();
