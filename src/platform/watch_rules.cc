@@ -28,7 +28,7 @@ constexpr double kClockLimitAtEnds = 10;
 
 constexpr Rule kRules[] = {
     {"stolen_time", "%", 0.5, 0, [](const WatchRecord& r) { return percent(r, r.stolen_seconds); }},
-    {"involuntary_switches", "1/s", 10, 5,
+    {"involuntary_switches", "1/s", 100, 5,
      [](const WatchRecord& r) {
        return Reading{r.involuntary_switches.value / r.seconds, r.involuntary_switches.reason};
      }},
@@ -37,7 +37,7 @@ constexpr Rule kRules[] = {
      [](const WatchRecord& r) { return sum_of(r.minor_faults, r.major_faults); }},
     {"paused", "%", 1, 0, [](const WatchRecord& r) { return percent(r, r.paused_seconds); }},
     {"throttled_clock", "", 0, 0, [](const WatchRecord& r) { return r.throttle_count; }},
-    {"other_work", "%", 1, 0,
+    {"other_work", "%", 1, 0.05,
      [](const WatchRecord& r) { return percent(r, r.other_work_seconds); }},
     {"busy_cpus", "%", 5, 2,
      [](const WatchRecord& r) {

@@ -262,7 +262,7 @@ MeasuredRepeat MeasureCurve(const CellPlan& plan, double ticks) {
                              .cpu = plan.latency_cpu},
                  .load = LoadOf(plan),
                  .load_cpus = LoadCpus(plan),
-                 .ramp_up = {.window = 0.02, .agreement = 0.01, .most = 2}};
+                 .ramp_up = {.window = 0.02, .agreement = 0.01, .most = 1}};
   MeasuredRepeat measured;
   Watcher watcher(plan);
   spec.stretch = watcher.Observer();

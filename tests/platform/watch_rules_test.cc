@@ -35,7 +35,7 @@ TEST(WatchRules, HoldUpToTheirLimits) {
     double allowed, broken;
   } rows[] = {
       {"stolen_time ", &WatchRecord::stolen_seconds, 0.0022, 0.0024},
-      {"involuntary_switches ", &WatchRecord::involuntary_switches, 5, 6},
+      {"involuntary_switches ", &WatchRecord::involuntary_switches, 45, 46},
       {"migration ", &WatchRecord::migrations, 0, 1},
       {"faults ", &WatchRecord::minor_faults, 8, 9},
       {"faults ", &WatchRecord::major_faults, 8, 9},
