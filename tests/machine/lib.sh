@@ -15,6 +15,13 @@ fail() {
   printf 'FAILED: %s\n' "$*"
 }
 
+# send FILE: to build/machines on the host.
+send() {
+  echo "@@ file $1"
+  gzip -c "$1" | base64
+  echo '@@ end'
+}
+
 # run ARGUMENT ...: runs velmo to its end; its status is in $status.
 run() {
   start "$@"

@@ -20,6 +20,7 @@ equal 'Cells' "$kinds" ' 16 bandwidth 13 idle_latency 2 loaded_latency '
 equal 'Failed cells' "$(counted '"state": "failed"')" 0
 equal 'Repeats with pages elsewhere' "$(grep '"share_on_node"' all.json | grep -vc ': 1.0')" 0
 check 'no placement is told' [ "$(counted '"share_on_node": 1.0')" -ge 27 ]
+send all.json
 run show all.json
 expect_status 0
 expect 'node 2'
