@@ -142,6 +142,8 @@ void Watch::CompareClocks(const Snapshot& after, WatchRecord& record) const {
   } else if (hz.known() && !after.cpus.empty()) {
     record.clock = {hz.value / static_cast<double>(2 * after.cpus.size())};
     record.clock_unit = kHertz;
+  } else if (actual.known() && base.known()) {
+    record.clock.reason = "the registers that count cycles stand still";
   } else {
     record.clock.reason = actual.reason + (actual.known() ? "" : "; ") + hz.reason;
   }

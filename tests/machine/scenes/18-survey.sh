@@ -14,9 +14,9 @@ equal 'The directory' "$(ls -A /mnt)" "$before"
 counted() { grep -c -- "$1" all.json; }
 
 # Idle: two nodes to three and to both of the others, three on large pages. Bandwidth: the other
-# node, three mixes, one thread a memory, and the whole machine. A curve for each kind of memory.
+# node, three mixes, one thread a memory, and the whole machine. A curve for each node.
 kinds=$(sed -n 's/^ *"kind": "\(.*\)",/\1/p' all.json | sort | uniq -c | tr -s ' \n' ' ')
-equal 'Cells' "$kinds" ' 16 bandwidth 13 idle_latency 2 loaded_latency '
+equal 'Cells' "$kinds" ' 16 bandwidth 13 idle_latency 3 loaded_latency '
 equal 'Failed cells' "$(counted '"state": "failed"')" 0
 equal 'Repeats with pages elsewhere' "$(grep '"share_on_node"' all.json | grep -vc ': 1.0')" 0
 check 'no placement is told' [ "$(counted '"share_on_node": 1.0')" -ge 27 ]
