@@ -1,6 +1,7 @@
 #include "mem/chain.h"
 
 #include <gtest/gtest.h>
+#include <sched.h>
 
 #include <set>
 #include <vector>
@@ -13,12 +14,17 @@ using Words = std::vector<uint64_t>;
 constexpr uint64_t kUntouched = 0x5A5A5A5A5A5A5A5A;
 constexpr long kBlock = 256 * 1024;
 
-// Checks a chain laid into `size` bytes: every element is visited once, nothing else is written.
-void CheckChain(long size, int stride, bool random) {
+// Checks a chain laid into `size` bytes, by so many threads where not by this one: every element is
+// visited once, nothing else is written.
+void CheckChain(long size, int stride, bool random, size_t threads = 0) {
   SCOPED_TRACE(testing::Message() << size << ' ' << stride << ' ' << random);
   Words words(size / 8 + 3, kUntouched);
   void* buf = words.data();
-  (random ? make_rnd_chain : make_seq_chain)(buf, size, stride);
+  if (threads == 0) {
+    (random ? make_rnd_chain : make_seq_chain)(buf, size, stride);
+  } else {
+    lay_rnd_chain_on(std::vector(threads, sched_getcpu()), buf, size, stride);
+  }
   const auto start = reinterpret_cast<uint64_t>(buf);
 
   const uint64_t elements = size / stride;
@@ -59,6 +65,7 @@ TEST(Chain, VisitsEveryElementOnceAndWritesNothingElse) {
   for (const auto& [size, stride] : cases) {
     for (const bool random : {false, true}) CheckChain(size, stride, random);
   }
+  for (const size_t threads : {1, 2, 3, 5}) CheckChain(3 * kBlock + 640, 64, true, threads);
 }
 
 }  // namespace
