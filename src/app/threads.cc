@@ -9,6 +9,7 @@
 #include "app/cpu_set.h"
 
 namespace velmo {
+
 void check_root() {
   if (getuid() != 0) Warn() << "VELMO requires root privilege\n";
 }

@@ -155,7 +155,8 @@ void declare(CLI::App& app, SurveyOptions& options, Given& given) {
   app.add_option("-o", options.output,
                  "File to write; - is standard output (velmo_<host>_<UTC>.json here)")
       ->type_name("FILE");
-  auto* quick_flag = app.add_flag("--quick", given.quick, "Fewer repeats, mixes and points: 30 s");
+  auto* quick_flag =
+      app.add_flag("--quick", given.quick, "Fewer repeats, mixes and points: under a minute");
   app.add_flag("--thorough", given.thorough, "More repeats, every loaded curve")
       ->excludes(quick_flag);
   app.add_option("--only", given.only, "Kinds of cells: idle,sizes,bandwidth,loaded")
