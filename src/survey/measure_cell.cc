@@ -30,9 +30,12 @@ constexpr uint64_t kSamples = 100'000;
 constexpr uint64_t kLoadedWarmUp = 10'000;
 constexpr uint64_t kLoadedLoads = 100'000;
 constexpr uint64_t kLoadedSamples = 40'000;
-// Least time of a step of the staircase, in ns.
+// Of a step of the staircase, in ns: the least, and the time of a lap that is not measured whole.
 constexpr double kStepNs = 25e6;
-constexpr double kLongLap = 8;  // of these
+constexpr double kLongLapNs = 150e6;
+// Until a load is steady, in s. It is so within 0.05 s; where windows do not agree in 0.3 s, the
+// host moves them, not the load's start.
+constexpr RampUp kRampUp{.window = 0.02, .agreement = 0.01, .most = 0.3};
 
 int64_t mapped_bytes(int64_t size, PageSize pages) {
   const int64_t unit = pages == PageSize::k1G ? int64_t{1} << 30 : int64_t{2} << 20;
@@ -152,18 +155,20 @@ MeasuredRepeat MeasureIdle(const CellPlan& plan, double ticks) {
 MeasuredRepeat MeasureStep(const CellPlan& plan) {
   const Chain chain(plan);
   // One lap brings into the caches what they hold, others tell how many more take long enough to be
-  // watched; every load counts as often as any other. Of a lap that takes several times as long
-  // from memory, one takes long enough from any cache.
+  // watched, so that every load counts as often as any other. Of a long lap a part is enough: its
+  // loads are as far from their last use as those of the rest.
   const auto lap = static_cast<double>(chain.elements());
   MeasuredRepeat measured;
   Watcher watcher(plan);
   run_pinned({plan.latency_cpu}, [&](size_t) {
-    double lap_ns = lap * MeasureAverage(chain.data(), chain.elements());
-    if (lap_ns < kLongLap * kStepNs) {
-      lap_ns = lap * MeasureAverage(chain.data(), std::max(chain.elements(), kWarmUp));
+    double load_ns = MeasureAverage(chain.data(), chain.elements());
+    if (lap * load_ns < kLongLapNs) {
+      load_ns = MeasureAverage(chain.data(), std::max(chain.elements(), kWarmUp));
     }
-    const auto laps = static_cast<uint64_t>(std::max(std::ceil(kStepNs / lap_ns), 1.0));
-    const LatencySpec spec{.loads = laps * chain.elements(), .cpu = plan.latency_cpu};
+    const double laps = std::max(std::ceil(kStepNs / (lap * load_ns)), 1.0);
+    const LatencySpec spec{
+        .loads = static_cast<uint64_t>(std::min(laps * lap, kLongLapNs / load_ns)),
+        .cpu = plan.latency_cpu};
     watcher.Begin({{gettid(), plan.latency_cpu}});
     const long start = monotonic_ns();
     measured.repeat.figures[kAverageNs] = MeasureLatency(chain.data(), spec).average;
@@ -240,7 +245,7 @@ MeasuredRepeat MeasureMix(const CellPlan& plan) {
   if (plan.sampling_cpu >= 0) set_cpu_affinity(plan.sampling_cpu);
   LoadTeam team(LoadOf(plan), LoadCpus(plan), regions.Get());
   team.Park();
-  BandwidthSpec spec{.intervals = 5, .warm_up = 2, .interval = 0.05};
+  BandwidthSpec spec{.intervals = 5, .warm_up = 1, .interval = 0.05};
   spec.busy = plan.sampling_cpu >= 0;
   // Without a CPU of its own every sample is taken in the time of a load thread.
   if (!spec.busy) spec = {.intervals = 1, .warm_up = 1, .interval = 0.25, .busy = false};
@@ -262,7 +267,7 @@ MeasuredRepeat MeasureCurve(const CellPlan& plan, double ticks) {
                              .cpu = plan.latency_cpu},
                  .load = LoadOf(plan),
                  .load_cpus = LoadCpus(plan),
-                 .ramp_up = {.window = 0.02, .agreement = 0.01, .most = 1}};
+                 .ramp_up = kRampUp};
   MeasuredRepeat measured;
   Watcher watcher(plan);
   spec.stretch = watcher.Observer();

@@ -297,7 +297,7 @@ class Planner {
 
   void FinishBandwidth(CellPlan plan) {
     SizeRegions(plan, 0);
-    plan.seconds = 0.35 + static_cast<double>(plan.region_bytes) * 1e-9;
+    plan.seconds = 0.3 + static_cast<double>(plan.region_bytes) * 1e-9;
     plan_.push_back(std::move(plan));
   }
 
