@@ -1,8 +1,10 @@
 # Shared by the commands here: installs Debian packages that are missing and builds in silence.
 # Sourced, not run; expects the working directory to be the top of the tree.
 
-# What was compiled before comes out of the cache, where there is one.
-! command -v ccache >/dev/null || export CMAKE_CXX_COMPILER_LAUNCHER=ccache
+# What was compiled before, in any clone, comes out of the cache, where there is one.
+if command -v ccache >/dev/null; then
+  export CMAKE_CXX_COMPILER_LAUNCHER=ccache CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
+fi
 
 # need COMMAND-OR-FILE PACKAGE ...: installs every PACKAGE whose command or file is missing.
 need() {
@@ -73,4 +75,11 @@ run_tests() {
     printf '%s\n' "$output" >&2
   fi
   return "$status"
+}
+
+# shorten_calibration PROGRAM: the clock calibration of a classic command reads the clock 200 million
+# times, which takes an emulated processor a minute and sanitizers half of one; in this copy of velmo
+# Configurator::clock_test_count is 500,000 instead of 50,000,000.
+shorten_calibration() {
+  perl -0777 -pi -e 's/\x80\xf0\xfa\x02/\x20\xa1\x07\0/g == 1 or die "clock_test_count is not there once"' "$1"
 }

@@ -69,8 +69,8 @@ TEST(LogFile, LostEndsTheRunWithStatus1) {
       (ulimit -f 0; exec "$2" -Y -k "$3" -m 1m -i 1 2>&1 >/dev/null) | cat >&2
       exit "${PIPESTATUS[0]}")";
   const Outcome outcome = RunForked([&] {
-    execl("/bin/bash", "bash", "-c", script, "bash", dir.path().c_str(), VELMO_BINARY, cpu.c_str(),
-          nullptr);
+    execl("/bin/bash", "bash", "-c", script, "bash", dir.path().c_str(), VelmoPath().c_str(),
+          cpu.c_str(), nullptr);
   });
   EXPECT_EQ(outcome.status, 1);
   EXPECT_NE(outcome.err.find("Failed to write log file mem0_"), std::string::npos) << outcome;

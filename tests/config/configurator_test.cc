@@ -271,7 +271,7 @@ TEST(Configurator, ShowsThePageOfTheFirstCommandAndTheVersion) {
   };
   for (const auto& [args, page] : rows)
     EXPECT_EQ(Parse(args), (Outcome{0, Page(page), ""})) << args;
-  const auto version = [] { execl(VELMO_BINARY, "velmo", "-v", "-V2", nullptr); };
+  const auto version = [] { execl(VelmoPath().c_str(), "velmo", "-v", "-V2", nullptr); };
   EXPECT_EQ(RunForked(version).out, std::string("\nVELMO ver.") + velmo::kVersion + "\n");
 }
 

@@ -32,6 +32,11 @@ struct Outcome {
   }
 };
 
+// Of the velmo that was built with the running tests.
+inline std::filesystem::path VelmoPath() {
+  return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "velmo";
+}
+
 // A line on standard error behind its prefix.
 inline std::string Error(const std::string& line) { return velmo::kErrorPrefix + line + '\n'; }
 inline std::string Warning(const std::string& line) { return velmo::kWarningPrefix + line + '\n'; }
