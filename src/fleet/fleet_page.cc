@@ -9,8 +9,8 @@
 #include <utility>
 
 #include "fleet/fleet_report.h"
-#include "fleet/loaded_curve.h"
 #include "report/page.h"
+#include "survey/loaded_curve.h"
 #include "survey/record_json.h"
 
 namespace velmo {
