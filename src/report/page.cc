@@ -1,9 +1,11 @@
 #include "report/page.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 
 #include "app/failure.h"
 #include "report/embedded.h"
@@ -44,12 +46,14 @@ std::string_view embedded_text(std::string_view name) {
   throw std::logic_error("not built into velmo: " + std::string(name));
 }
 
-constexpr std::string_view kPageStart = "<!doctype html";
+constexpr std::string_view kGenerator = R"(<meta name="generator" content="velmo">)";
+constexpr size_t kGeneratorWithin = 300;  // bytes at the start of a page
 // The policy refuses every request, should a browser think of one.
 constexpr char kHead[] = R"(<!doctype html>
 <html lang="en">
 <head>
 <meta charset="utf-8">
+<meta name="generator" content="velmo">
 <meta name="viewport" content="width=device-width, initial-scale=1">
 <meta http-equiv="Content-Security-Policy" content="default-src 'none'; img-src data:; )"
                          R"(style-src 'unsafe-inline'; script-src 'unsafe-inline'; base-uri 'none'">
@@ -88,11 +92,13 @@ std::string page_text(const Page& page) {
 }
 
 void check_page_place(const std::string& path) {
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(path, error)) return;  // a pipe would be waited for
   std::ifstream in(path);
-  std::string start(kPageStart.size(), '\0');
+  std::string start(kGeneratorWithin, '\0');
   in.read(start.data(), static_cast<std::streamsize>(start.size()));
   start.resize(static_cast<size_t>(in.gcount()));
-  if (!start.empty() && start != kPageStart) {
+  if (!start.empty() && start.find(kGenerator) == std::string::npos) {
     Fatal() << path << " exists and is no page of velmo. Name another file, or remove it\n";
   }
 }
