@@ -1,9 +1,11 @@
-"""Opens pages of `velmo report` in headless Chromium: page_test.py VELMO_BINARY SURVEY...
+"""Opens pages of `velmo report` and `velmo fleet` in headless Chromium:
+page_test.py VELMO_BINARY SURVEY SURVEY
 
 Asks Chart.js what it draws and compares with the surveys; clicks; saves. Debian's chromium,
 chromium-driver and python3-selenium.
 """
 
+import collections
 import copy
 import json
 import math
@@ -12,17 +14,23 @@ import subprocess
 import sys
 import tempfile
 import time
+from decimal import ROUND_HALF_UP, Decimal
 
 from selenium import webdriver
 from selenium.webdriver.common.by import By
 from selenium.webdriver.support.ui import WebDriverWait
 
+MAKE_FLEET = pathlib.Path(__file__).parents[2] / "script/make-fleet"
 HOSTILE = "</script><img src=x onerror=alert(1)>&amp;\u2028\""
 SWITCHES = ("headless no-sandbox disable-gpu disable-quic no-first-run disable-sync "
             "disable-background-networking disable-component-update window-size=1280,900").split()
 DATASETS = """const chart = Chart.getChart(arguments[0]);
   return chart ? chart.data.datasets.map((set, i) => [set.label, chart.isDatasetVisible(i),
-    set.data.map((point) => [point.x, point.y, point.count])]) : [];"""
+    set.data.map((point) => ["x", "y", "xLow", "xHigh", "yLow", "yHigh"].map(
+      (name) => point[name] ?? null))]) : [];"""
+TABLES = """return [...document.querySelectorAll(arguments[0])].map((table) =>
+  [...table.querySelectorAll('tbody tr')].map((row) =>
+    [...row.children].map((cell) => cell.textContent.replaceAll('*', ''))))"""
 
 
 def open_browser(folder):
@@ -49,62 +57,125 @@ def check_silence(browser, page):
     assert asked == {page.as_uri()}, asked
 
 
-def same_points(drawn, expected):
-    return len(drawn) == len(expected) and all(
-        x == xe if isinstance(x, str) else math.isclose(x, xe, rel_tol=1e-12) for x, xe in
-        zip((v for p in drawn for v in p[:2]), (v for p in expected for v in p)))
+def read_tables(browser, selector):
+    """Texts of all tables, once the browser has filled those behind folds."""
+    tables = lambda: browser.execute_script(TABLES, selector)
+    WebDriverWait(browser, 20).until(lambda _: all(tables()))
+    return tables()
+
+
+def text_of(value):
+    """As the page writes a figure."""
+    digits = 2 if value < 10 else 1 if value < 1000 else 0
+    return f"{Decimal(value).quantize(Decimal(1).scaleb(-digits), ROUND_HALF_UP):,}"
+
+
+def shown(cell, name, share="median", unit=1):
+    return text_of(cell["summary"][name][share] / unit) if name in cell["summary"] else "–"
+
+
+def interval(cell, name, unit=1):
+    return f"{shown(cell, name, 'low', unit)}–{shown(cell, name, 'high', unit)}"
+
+
+def ends(estimate, unit=1):
+    return [estimate["low"] / unit, estimate["high"] / unit]
 
 
 def memory_name(memory):
     return next(f"node {of}" if name == "node" else of for name, of in memory.items())
 
 
+def nearest_cells(survey):
+    """By memory, those from the CPU node with the most cells; of several, with the least latency."""
+    found = {}
+    for cell in survey["cells"]:
+        if cell["parameters"]["scope"] == "node" and cell["kind"] != "latency_by_size":
+            found.setdefault(memory_name(cell["memory"]), []).append(cell)
+    for cells in found.values():
+        nodes = [c["from"]["cpu_node"] for c in cells]
+        idle = {c["from"]["cpu_node"]: c["summary"]["average_ns"]["median"] for c in cells
+                if c["kind"] == "idle_latency" and c["summary"]}
+        nearest = min(nodes, key=lambda node: (-nodes.count(node), idle.get(node, math.inf)))
+        cells[:] = [c for c in cells if c["summary"] and c["from"]["cpu_node"] == nearest]
+    return found
+
+
+def curve(cell):
+    return [p["summary"] for p in sorted(cell["points"], key=lambda point: -point["delay"])]
+
+
+def latency_at(cell, share):
+    points = [[s[name]["median"] for name in ("bytes_per_second", "average_ns")]
+              for s in curve(cell)]
+    target = share * max(points)[0]
+    above = next(i for i, point in enumerate(points) if point[0] >= target)
+    if not above:
+        return "–"
+    (x0, y0), (x1, y1) = points[above - 1:above + 1]
+    return text_of(y0 + (y1 - y0) * (target - x0) / (x1 - x0))
+
+
 def check_charts(browser, surveys):
-    cells = [cell for survey in surveys for cell in survey["cells"]]
-    of_kind = lambda kind: [c for c in cells
-                            if c["kind"] == kind and c["parameters"]["scope"] == "node"]
+    charts = collections.defaultdict(dict)  # what each draws, by label
+    overview = collections.defaultdict(list)  # by memory, a row a survey
+    matrices = []
+    for letter, survey in zip("ABC" if len(surveys) > 1 else [""], surveys):
+        label = lambda *words: " · ".join(filter(None, words))
+        steps = sorted((c["parameters"]["buffer_bytes"], c["summary"]["average_ns"])
+                       for c in survey["cells"] if c["kind"] == "latency_by_size" and c["summary"])
+        if steps:
+            charts["staircase"][label(letter, survey["run"]["host"])] = [
+                [size, e["median"], None, None, *ends(e)] for size, e in steps]
+        for memory, cells in nearest_cells(survey).items():
+            name = label(memory, letter)
+            of_kind = lambda kind: [c for c in cells if c["kind"] == kind]
+            for cell in of_kind("idle_latency"):
+                edges, counts = (cell["histogram_ns"][key] for key in ("edges", "counts"))
+                charts["histograms"][name] = [
+                    [math.sqrt((low or high / 2) * high), 100 * n / sum(counts) if n else None,
+                     *[None] * 4] for low, high, n in zip(edges, edges[1:], counts)]
+            for cell in of_kind("bandwidth"):
+                e = cell["summary"]["bytes_per_second"]
+                charts["mixes"].setdefault(name, []).append(
+                    [cell["parameters"]["mix"], e["median"] / 1e9, None, None, *ends(e, 1e9)])
+            for cell in of_kind("loaded_latency"):
+                for figure, tail in ("median_ns", ""), ("p99_ns", ", 99th"), ("p99_9_ns", ", 99.9th"):
+                    charts["curves"][f"{name}, {cell['parameters']['mix']}{tail}"] = [
+                        [s["bytes_per_second"]["median"] / 1e9, s[figure]["median"],
+                         *([None] * 4 if tail else
+                           [*ends(s["bytes_per_second"], 1e9), *ends(s[figure])])]
+                        for s in curve(cell) if figure in s]
+            idle = (of_kind("idle_latency") or [{"summary": {}}])[0]
+            average = shown(idle, "average_ns")
+            if idle["summary"]:
+                average += interval(idle, "average_ns")
+            overview[memory].append((
+                name, [average, shown(idle, "p99_ns"), shown(idle, "p99_9_ns")],
+                {c["parameters"]["mix"]: shown(c, "bytes_per_second", unit=1e9)
+                 for c in of_kind("bandwidth")},
+                [latency_at(c, share) for c in of_kind("loaded_latency")[:1] for share in (0.5, 0.9)]))
+        for kind, name, unit in ("idle_latency", "average_ns", 1), ("bandwidth", "bytes_per_second", 1e9):
+            matrices.append(sorted(
+                [f"node {c['from']['cpu_node']}", memory_name(c["memory"]),
+                 shown(c, name, unit=unit), interval(c, name, unit)]
+                for c in survey["cells"] if c["kind"] == kind and c["summary"] and
+                c["parameters"]["scope"] == "node" and c["parameters"].get("mix", "1:0") == "1:0"))
 
-    def assert_drawn(name, expected):
-        for label, _, points in browser.execute_script(DATASETS, name):
-            match = next((e for e in expected if same_points(points, e)), None)
-            assert match is not None, (name, label, points)
-            expected.remove(match)
-        assert not expected, (name, expected)
-
-    shown = [("idle_latency", "average_ns", 1), ("bandwidth", "bytes_per_second", 1e9)]
-    tables = browser.find_elements(By.CSS_SELECTOR, ".matrix details")
-    for table, (kind, name, unit) in zip(tables, shown * len(surveys)):
-        rows = WebDriverWait(browser, 20).until(lambda _: browser.execute_script(
-            "arguments[0].open = true; return [...arguments[0].querySelectorAll('tbody tr')].map("
-            "(row) => [...row.children].slice(0, 3).map((cell) => cell.textContent))", table))
-        expected = {(f"node {c['from']['cpu_node']}", memory_name(c["memory"]),
-                     c["summary"][name]["median"] / unit) for c in of_kind(kind) if c["summary"]}
-        for row in rows:
-            assert any(row[:2] == [*e[:2]] and abs(float(row[2].replace(",", "")) - e[2]) < 0.51
-                       for e in expected), (row, expected)
-
-    curves = []
-    for cell in of_kind("loaded_latency"):
-        points = sorted(cell["points"], key=lambda p: -p["delay"])
-        curves += [[(p["summary"]["bytes_per_second"]["median"] / 1e9, p["summary"][name]["median"])
-                    for p in points if name in p["summary"]]
-                   for name in ("median_ns", "p99_ns", "p99_9_ns")]
-    assert_drawn("curves-chart", curves)
-    stairs = [sorted((c["parameters"]["buffer_bytes"], c["summary"]["average_ns"]["median"])
-                     for c in survey["cells"] if c["kind"] == "latency_by_size" and c["summary"])
-              for survey in surveys]
-    assert_drawn("staircase-chart", [steps for steps in stairs if steps])
-    counts = [c["histogram_ns"]["counts"] for c in of_kind("idle_latency") if "histogram_ns" in c]
-    memories = {(i, json.dumps(c["memory"])) for i, s in enumerate(surveys) for c in s["cells"]
-                if c["kind"] == "idle_latency" and "histogram_ns" in c}
-    drawn = browser.execute_script(DATASETS, "histograms-chart")
-    assert len(drawn) == len(memories)
-    assert all([count for _, _, count in points] in counts for _, _, points in drawn)
-    medians = {(c["parameters"]["mix"], c["summary"]["bytes_per_second"]["median"] / 1e9)
-               for c in of_kind("bandwidth") if c["summary"]}
-    drawn = browser.execute_script(DATASETS, "mixes-chart")
-    bars = [tuple(p[:2]) for _, _, points in drawn for p in points]
-    assert set(bars) <= medians and {mix for mix, _ in bars} == {mix for mix, _ in medians}
+    for name in "curves", "staircase", "histograms", "mixes":
+        sets = browser.execute_script(DATASETS, name + "-chart")
+        assert len(sets) == len(charts[name]), (name, [label for label, *_ in sets])
+        for label, _, points in sets:
+            assert points == charts[name][label], (name, label, points, charts[name][label])
+    rows = [row for rows in overview.values() for row in rows]
+    mixes = dict.fromkeys(mix for row in rows for mix in row[2])
+    drawn = sum(read_tables(browser, "#memories table"), [])
+    assert len(drawn) == len(rows), drawn
+    for row, (name, idle, bandwidth, loaded) in zip(drawn, rows):
+        expected = [*idle, *(bandwidth.get(mix, "–") for mix in mixes), *(loaded or "––")]
+        assert row[0].startswith(name) and row[1:4] + row[5:-3] + row[-2:] == expected, (row, expected)
+    drawn = [sorted(row[:4] for row in table) for table in read_tables(browser, ".matrix details")]
+    assert drawn == (matrices if max(map(len, matrices)) > 1 else []), (drawn, matrices)
 
 
 def check_legend(browser):
@@ -130,6 +201,35 @@ def check_saved(browser, folder, texts, read):
             time.sleep(0.05)
         for file in folder.glob("velmo_*.json"):
             file.unlink()
+
+
+def scaled(value):
+    """A survey, or a part of it, with all estimates a quarter higher."""
+    if isinstance(value, list):
+        return [scaled(entry) for entry in value]
+    if not isinstance(value, dict):
+        return value
+    return {name: 1.25 * entry if name in ("median", "low", "high") else scaled(entry)
+            for name, entry in value.items()}
+
+
+def check_fleet(velmo, browser, folder):
+    """The page of a made-up fleet names the slow hosts and draws their curves."""
+    fleet, page = folder / "fleet", folder / "fleet.html"
+    subprocess.run([MAKE_FLEET, fleet, "--hosts", "40", "--groups", "1", "--faults", "3"], check=True)
+    run = subprocess.run([velmo, "fleet", fleet, "-o", page, "--json"], stdout=subprocess.PIPE)
+    slow = {host["host"]: host["file"] for host in json.loads(run.stdout)["outliers"]}
+    browser.get(page.as_uri())
+    assert slow and [row[0] for row in read_tables(browser, "#slow table")[0]] == list(slow)
+    drawn = browser.execute_script(DATASETS, "curves-1-1-chart")
+    for host, _, points in drawn[:-3]:
+        cells = json.loads(pathlib.Path(slow[host]).read_text())["cells"]
+        short = lambda values: [f"{value:.6g}" for value in values]
+        assert sorted(short(point[:2]) for point in points) in [
+            sorted(short((s["bytes_per_second"]["median"] / 1e9, s["average_ns"]["median"]))
+                   for s in curve(c)) for c in cells if c["kind"] == "loaded_latency"], (host, points)
+    assert drawn[:-3] and drawn[-3][0] == "median", drawn
+    check_silence(browser, page)
 
 
 def main():
@@ -161,13 +261,14 @@ def main():
             write = lambda survey: json.dumps(survey, indent=1, ensure_ascii=False,
                                               separators=(",", ": ")) + "\n"
             survey = json.loads(texts[0])
-            other = copy.deepcopy(survey)
+            other = scaled(survey)
             other["machine"]["kernel"]["release"] = "9.8.7-other"
-            check([texts[0], texts[0], write(other)])
-            differing = [row.text for row in browser.find_elements(
-                By.CSS_SELECTOR, "#machine > .scroll tbody tr")]
-            assert differing[0].startswith("kernel release"), differing
-            assert differing[0].endswith("9.8.7-other") and len(differing) == 1, differing
+            check([*texts, write(other)])
+            differing = [row for row in read_tables(browser, "#machine > .scroll")[0]
+                         if row[1] != row[3]]
+            release = survey["machine"]["kernel"]["release"]
+            assert [[row[0], row[1], row[3]] for row in differing] == [
+                ["kernel release", release, "9.8.7-other"]], differing
 
             hostile = copy.deepcopy(other)
             hostile["run"]["host"] = hostile["machine"]["host"] = HOSTILE
@@ -178,6 +279,7 @@ def main():
             h1 = browser.find_element(By.TAG_NAME, "h1").get_attribute("textContent")
             assert h1 == HOSTILE and not browser.find_elements(By.CSS_SELECTOR, "img, h1 *")
 
+            check_fleet(velmo, browser, folder)
             bare = {**survey, "machine": {}, "cells": []}
             assert "Nothing was measured" in check([write(bare)])
         finally:
