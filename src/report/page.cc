@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
+#include <unordered_map>
 
 #include "app/failure.h"
 #include "report/embedded.h"
@@ -37,6 +38,51 @@ void append_escaped(std::string& out, std::string_view text, const Escape (&esca
     out += plain ? text.substr(0, 1) : found->escaped;
     text.remove_prefix(plain ? 1 : found->plain.size());
   }
+}
+
+// The strings of a JSON text with their quotes, and what stands between them.
+std::vector<std::string_view> pieces_of(std::string_view json) {
+  std::vector<std::string_view> pieces;
+  while (!json.empty()) {
+    size_t end = 1;
+    if (json.front() == '"') {
+      while (json[end] != '"') end += json[end] == '\\' ? 2 : 1;
+      ++end;
+    } else {
+      end = std::min(json.find('"'), json.size());
+    }
+    pieces.push_back(json.substr(0, end));
+    json.remove_prefix(end);
+  }
+  return pieces;
+}
+
+// Names and reasons that repeat are half of a survey. What stands more than once goes into a list
+// before the data, and its place in the list into the data: "$7". page.js undoes it.
+void append_data(std::string& out, const Json& data) {
+  constexpr size_t kWorthIt = 6;  // bytes of a string
+  const std::string json = data.dump(-1, ' ', false, Json::error_handler_t::replace);
+  const std::vector<std::string_view> pieces = pieces_of(json);
+  std::unordered_map<std::string_view, int> counts;
+  for (const std::string_view piece : pieces) ++counts[piece];
+  std::unordered_map<std::string_view, size_t> places;
+  std::string words;
+  std::string packed;
+  for (const std::string_view piece : pieces) {
+    const bool repeats = piece.front() == '"' && piece.size() >= kWorthIt && counts[piece] > 1;
+    if (!repeats && !piece.starts_with("\"$")) {
+      packed += piece;
+      continue;
+    }
+    const auto [place, is_new] = places.try_emplace(piece, places.size());
+    if (is_new) (words += words.empty() ? "" : ",") += piece;
+    packed += "\"$" + std::to_string(place->second) + '"';
+  }
+  out += R"(<script type="application/json">[)";
+  append_escaped(out, words, kScript);
+  out += "]</script>\n<script type=\"application/json\" class=\"data\">";
+  append_escaped(out, packed, kScript);
+  out += "</script>\n";
 }
 
 std::string_view embedded_text(std::string_view name) {
@@ -76,11 +122,7 @@ std::string page_text(const Page& page) {
   out += "</title>\n<style>\n";
   out += embedded_text("page.css");
   out += kBody;
-  for (const Json& data : page.data) {
-    out += R"(<script type="application/json" class="data">)";
-    append_escaped(out, data.dump(-1, ' ', false, Json::error_handler_t::replace), kScript);
-    out += "</script>\n";
-  }
+  for (const Json& data : page.data) append_data(out, data);
   std::vector<std::string> scripts = {"chart.min.js", "page.js"};
   scripts.insert(scripts.end(), page.scripts.begin(), page.scripts.end());
   for (const std::string& name : scripts) {

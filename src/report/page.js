@@ -230,8 +230,15 @@ const velmo = (() => {
     return /^[125]e/.test(value.toExponential()) ? format.call(this, value) : null;
   };
 
-  const data = [...document.querySelectorAll("script.data")]
-    .map((element) => ({text: element.textContent, value: JSON.parse(element.textContent)}));
+  // Strings that repeat stand as "$7": the eighth of the list before the data.
+  function unpacked(element) {
+    const strings = /"(?:[^"\\]|\\.)*"/g;
+    const words = element.previousElementSibling.textContent.match(strings);
+    return element.textContent.replace(strings, (string) =>
+      string[1] === "$" ? words[string.slice(2, -1)] : string);
+  }
+  const data = [...document.querySelectorAll("script.data")].map(unpacked)
+    .map((text) => ({text, value: JSON.parse(text)}));
 
   // JSON as velmo writes it, one blank a level. Numbers stay as they are written: JavaScript's are
   // too small for a seed.

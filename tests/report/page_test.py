@@ -21,7 +21,7 @@ from selenium.webdriver.common.by import By
 from selenium.webdriver.support.ui import WebDriverWait
 
 MAKE_FLEET = pathlib.Path(__file__).parents[2] / "script/make-fleet"
-HOSTILE = "</script><img src=x onerror=alert(1)>&amp;\u2028\""
+HOSTILE = "$0</script><img src=x onerror=alert(1)>&amp;\u2028\""
 SWITCHES = ("headless no-sandbox disable-gpu disable-quic no-first-run disable-sync "
             "disable-background-networking disable-component-update window-size=1280,900").split()
 DATASETS = """const chart = Chart.getChart(arguments[0]);
