@@ -10,6 +10,7 @@ import copy
 import json
 import math
 import pathlib
+import re
 import subprocess
 import sys
 import tempfile
@@ -24,6 +25,7 @@ MAKE_FLEET = pathlib.Path(__file__).parents[2] / "script/make-fleet"
 HOSTILE = "$0</script><img src=x onerror=alert(1)>&amp;\u2028\""
 SWITCHES = ("headless no-sandbox disable-gpu disable-quic no-first-run disable-sync "
             "disable-background-networking disable-component-update window-size=1280,900").split()
+TAILS = {"median_ns": "", "p99_ns": ", 99th", "p99_9_ns": ", 99.9th"}
 DATASETS = """const chart = Chart.getChart(arguments[0]);
   return chart ? chart.data.datasets.map((set, i) => [set.label, chart.isDatasetVisible(i),
     set.data.map((point) => ["x", "y", "xLow", "xHigh", "yLow", "yHigh"].map(
@@ -64,22 +66,24 @@ def read_tables(browser, selector):
     return tables()
 
 
-def text_of(value):
-    """As the page writes a figure."""
+def shown(value):
+    """A figure, or an interval, as the page writes it; a dash where there is none."""
+    if value is None:
+        return "–"
+    if isinstance(value, list):
+        return "–".join(map(shown, value))
     digits = 2 if value < 10 else 1 if value < 1000 else 0
     return f"{Decimal(value).quantize(Decimal(1).scaleb(-digits), ROUND_HALF_UP):,}"
 
 
-def shown(cell, name, share="median", unit=1):
-    return text_of(cell["summary"][name][share] / unit) if name in cell["summary"] else "–"
+def estimate(cell, name, unit=1):
+    """Its median, and the ends of its interval."""
+    e = cell["summary"][name]
+    return e["median"] / unit, [e["low"] / unit, e["high"] / unit]
 
 
-def interval(cell, name, unit=1):
-    return f"{shown(cell, name, 'low', unit)}–{shown(cell, name, 'high', unit)}"
-
-
-def ends(estimate, unit=1):
-    return [estimate["low"] / unit, estimate["high"] / unit]
+def median(cell, name):
+    return cell["summary"].get(name, {}).get("median")
 
 
 def memory_name(memory):
@@ -87,14 +91,14 @@ def memory_name(memory):
 
 
 def nearest_cells(survey):
-    """By memory, those from the CPU node with the most cells; of several, with the least latency."""
+    """By memory, from the CPU node with the most cells; of several, that of the least latency."""
     found = {}
     for cell in survey["cells"]:
         if cell["parameters"]["scope"] == "node" and cell["kind"] != "latency_by_size":
             found.setdefault(memory_name(cell["memory"]), []).append(cell)
     for cells in found.values():
         nodes = [c["from"]["cpu_node"] for c in cells]
-        idle = {c["from"]["cpu_node"]: c["summary"]["average_ns"]["median"] for c in cells
+        idle = {c["from"]["cpu_node"]: median(c, "average_ns") for c in cells
                 if c["kind"] == "idle_latency" and c["summary"]}
         nearest = min(nodes, key=lambda node: (-nodes.count(node), idle.get(node, math.inf)))
         cells[:] = [c for c in cells if c["summary"] and c["from"]["cpu_node"] == nearest]
@@ -102,78 +106,70 @@ def nearest_cells(survey):
 
 
 def curve(cell):
-    return [p["summary"] for p in sorted(cell["points"], key=lambda point: -point["delay"])]
+    return sorted(cell["points"], key=lambda point: -point["delay"])
 
 
 def latency_at(cell, share):
-    points = [[s[name]["median"] for name in ("bytes_per_second", "average_ns")]
-              for s in curve(cell)]
-    target = share * max(points)[0]
-    above = next(i for i, point in enumerate(points) if point[0] >= target)
-    if not above:
-        return "–"
+    points = [(median(p, "bytes_per_second"), median(p, "average_ns")) for p in curve(cell)]
+    above = next(i for i, point in enumerate(points) if point[0] >= share * max(points)[0])
+    if above == 0:
+        return None
     (x0, y0), (x1, y1) = points[above - 1:above + 1]
-    return text_of(y0 + (y1 - y0) * (target - x0) / (x1 - x0))
+    return y0 + (y1 - y0) * (share * max(points)[0] - x0) / (x1 - x0)
 
 
 def check_charts(browser, surveys):
     charts = collections.defaultdict(dict)  # what each draws, by label
-    overview = collections.defaultdict(list)  # by memory, a row a survey
-    matrices = []
+    overview = collections.defaultdict(list)  # rows by memory
+    matrices, nothing = [], [None, None]
     for letter, survey in zip("ABC" if len(surveys) > 1 else [""], surveys):
         label = lambda *words: " · ".join(filter(None, words))
-        steps = sorted((c["parameters"]["buffer_bytes"], c["summary"]["average_ns"])
+        steps = sorted((c["parameters"]["buffer_bytes"], *estimate(c, "average_ns"))
                        for c in survey["cells"] if c["kind"] == "latency_by_size" and c["summary"])
         if steps:
             charts["staircase"][label(letter, survey["run"]["host"])] = [
-                [size, e["median"], None, None, *ends(e)] for size, e in steps]
+                [size, y, *nothing, *ends] for size, y, ends in steps]
         for memory, cells in nearest_cells(survey).items():
             name = label(memory, letter)
-            of_kind = lambda kind: [c for c in cells if c["kind"] == kind]
-            for cell in of_kind("idle_latency"):
-                edges, counts = (cell["histogram_ns"][key] for key in ("edges", "counts"))
-                charts["histograms"][name] = [
-                    [math.sqrt((low or high / 2) * high), 100 * n / sum(counts) if n else None,
-                     *[None] * 4] for low, high, n in zip(edges, edges[1:], counts)]
-            for cell in of_kind("bandwidth"):
-                e = cell["summary"]["bytes_per_second"]
-                charts["mixes"].setdefault(name, []).append(
-                    [cell["parameters"]["mix"], e["median"] / 1e9, None, None, *ends(e, 1e9)])
-            for cell in of_kind("loaded_latency"):
-                for figure, tail in ("median_ns", ""), ("p99_ns", ", 99th"), ("p99_9_ns", ", 99.9th"):
-                    charts["curves"][f"{name}, {cell['parameters']['mix']}{tail}"] = [
-                        [s["bytes_per_second"]["median"] / 1e9, s[figure]["median"],
-                         *([None] * 4 if tail else
-                           [*ends(s["bytes_per_second"], 1e9), *ends(s[figure])])]
-                        for s in curve(cell) if figure in s]
-            idle = (of_kind("idle_latency") or [{"summary": {}}])[0]
-            average = shown(idle, "average_ns")
-            if idle["summary"]:
-                average += interval(idle, "average_ns")
-            overview[memory].append((
-                name, [average, shown(idle, "p99_ns"), shown(idle, "p99_9_ns")],
-                {c["parameters"]["mix"]: shown(c, "bytes_per_second", unit=1e9)
-                 for c in of_kind("bandwidth")},
-                [latency_at(c, share) for c in of_kind("loaded_latency")[:1] for share in (0.5, 0.9)]))
-        for kind, name, unit in ("idle_latency", "average_ns", 1), ("bandwidth", "bytes_per_second", 1e9):
+            row = ["–"] * 5
+            for cell in cells:
+                kind, mix = cell["kind"], cell["parameters"].get("mix")
+                if kind == "idle_latency":
+                    edges, counts = cell["histogram_ns"].values()
+                    charts["histograms"][name] = [
+                        [math.sqrt((low or high / 2) * high), 100 * n / sum(counts) if n else None,
+                         *nothing * 2] for low, high, n in zip(edges, edges[1:], counts)]
+                    row[:3] = ["".join(map(shown, estimate(cell, "average_ns"))),
+                               shown(median(cell, "p99_ns")), shown(median(cell, "p99_9_ns"))]
+                elif kind == "bandwidth":
+                    y, ends = estimate(cell, "bytes_per_second", 1e9)
+                    charts["mixes"].setdefault(name, []).append([mix, y, *nothing, *ends])
+                else:
+                    for of, tail in TAILS.items():
+                        charts["curves"][f"{name}, {mix}{tail}"] = [
+                            [x, y, *(nothing * 2 if tail else x_ends + y_ends)]
+                            for p in curve(cell) if of in p["summary"]
+                            for x, x_ends in [estimate(p, "bytes_per_second", 1e9)]
+                            for y, y_ends in [estimate(p, of)]]
+                    if row[3] == "–":
+                        row[3:] = [shown(latency_at(cell, share)) for share in (0.5, 0.9)]
+            overview[memory].append([name, *row])
+        for kind, of, unit in zip(("idle_latency", "bandwidth"), ("average_ns", "bytes_per_second"),
+                                  (1, 1e9)):
             matrices.append(sorted(
                 [f"node {c['from']['cpu_node']}", memory_name(c["memory"]),
-                 shown(c, name, unit=unit), interval(c, name, unit)]
+                 *map(shown, estimate(c, of, unit))]
                 for c in survey["cells"] if c["kind"] == kind and c["summary"] and
                 c["parameters"]["scope"] == "node" and c["parameters"].get("mix", "1:0") == "1:0"))
 
     for name in "curves", "staircase", "histograms", "mixes":
-        sets = browser.execute_script(DATASETS, name + "-chart")
-        assert len(sets) == len(charts[name]), (name, [label for label, *_ in sets])
-        for label, _, points in sets:
-            assert points == charts[name][label], (name, label, points, charts[name][label])
+        sets = browser.execute_script(DATASETS, f"{name}-chart")
+        sets = {label: points for label, _, points in sets}
+        assert sets == charts[name], (name, sets, charts[name])
     rows = [row for rows in overview.values() for row in rows]
-    mixes = dict.fromkeys(mix for row in rows for mix in row[2])
-    drawn = sum(read_tables(browser, "#memories table"), [])
-    assert len(drawn) == len(rows), drawn
-    for row, (name, idle, bandwidth, loaded) in zip(drawn, rows):
-        expected = [*idle, *(bandwidth.get(mix, "–") for mix in mixes), *(loaded or "––")]
-        assert row[0].startswith(name) and row[1:4] + row[5:-3] + row[-2:] == expected, (row, expected)
+    drawn = [row for table in read_tables(browser, "#memories table") for row in table]
+    assert [row[1:4] + row[-2:] for row in drawn] == [row[1:] for row in rows], (drawn, rows)
+    assert all(row[0].startswith(name) for row, (name, *_) in zip(drawn, rows)), (drawn, rows)
     drawn = [sorted(row[:4] for row in table) for table in read_tables(browser, ".matrix details")]
     assert drawn == (matrices if max(map(len, matrices)) > 1 else []), (drawn, matrices)
 
@@ -203,20 +199,10 @@ def check_saved(browser, folder, texts, read):
             file.unlink()
 
 
-def scaled(value):
-    """A survey, or a part of it, with all estimates a quarter higher."""
-    if isinstance(value, list):
-        return [scaled(entry) for entry in value]
-    if not isinstance(value, dict):
-        return value
-    return {name: 1.25 * entry if name in ("median", "low", "high") else scaled(entry)
-            for name, entry in value.items()}
-
-
 def check_fleet(velmo, browser, folder):
     """The page of a made-up fleet names the slow hosts and draws their curves."""
     fleet, page = folder / "fleet", folder / "fleet.html"
-    subprocess.run([MAKE_FLEET, fleet, "--hosts", "40", "--groups", "1", "--faults", "3"], check=True)
+    subprocess.run([MAKE_FLEET, fleet, "--hosts=40", "--groups=1", "--faults=3"], check=True)
     run = subprocess.run([velmo, "fleet", fleet, "-o", page, "--json"], stdout=subprocess.PIPE)
     slow = {host["host"]: host["file"] for host in json.loads(run.stdout)["outliers"]}
     browser.get(page.as_uri())
@@ -224,10 +210,9 @@ def check_fleet(velmo, browser, folder):
     drawn = browser.execute_script(DATASETS, "curves-1-1-chart")
     for host, _, points in drawn[:-3]:
         cells = json.loads(pathlib.Path(slow[host]).read_text())["cells"]
-        short = lambda values: [f"{value:.6g}" for value in values]
-        assert sorted(short(point[:2]) for point in points) in [
-            sorted(short((s["bytes_per_second"]["median"] / 1e9, s["average_ns"]["median"]))
-                   for s in curve(c)) for c in cells if c["kind"] == "loaded_latency"], (host, points)
+        assert sorted([f"{x:.6g}", f"{y:.6g}"] for x, y, *_ in points) in [
+            sorted([f"{median(p, 'bytes_per_second') / 1e9:.6g}", f"{median(p, 'average_ns'):.6g}"]
+                   for p in curve(c)) for c in cells if c["kind"] == "loaded_latency"], host
     assert drawn[:-3] and drawn[-3][0] == "median", drawn
     check_silence(browser, page)
 
@@ -261,7 +246,8 @@ def main():
             write = lambda survey: json.dumps(survey, indent=1, ensure_ascii=False,
                                               separators=(",", ": ")) + "\n"
             survey = json.loads(texts[0])
-            other = scaled(survey)
+            other = json.loads(re.sub(r'"(median|low|high)": ([^,\s]+)', lambda figure:
+                                      f'"{figure[1]}": {1.25 * float(figure[2])}', texts[0]))
             other["machine"]["kernel"]["release"] = "9.8.7-other"
             check([*texts, write(other)])
             differing = [row for row in read_tables(browser, "#machine > .scroll")[0]

@@ -57,10 +57,15 @@ TEST(Report, WhatIsNoSurveyIsNamedAndThePageKept) {
   const std::string page = dir.Write("page.html", before);
   const std::string cut = dir.Write("cut", std::string(kSurvey).substr(0, 99));
   const std::string other = dir.Write("other", "{}");
+  const std::string deep = dir.Write("deep", std::string(99, '['));
+  const std::string bell = dir.Write("bell", "{\"a\\u0007\": 1}");
   const std::string missing = dir.path() + "/missing";
   const std::vector<std::pair<std::string, std::string>> cases = {
       {cut, cut + ": no survey: not JSON, or cut short"},
       {other, other + ": no survey that can be read: not a survey of velmo"},
+      {deep, deep + ": no survey that can be read: it is nested too deep"},
+      {bell,
+       bell + ": no survey that can be read: the name of a member holds control characters: a?"},
       {missing, "Failed to read " + missing + ": No such file or directory"},
       {dir.path(), "Failed to read " + dir.path() + ": Is a directory"},
   };
