@@ -240,16 +240,15 @@ void write_loaded(std::ostream& out, const Survey& survey) {
       {"Under load, ns", "Peak, GB/s", "at 10 %", "at 50 %", "at 90 %", "at full", "its 99.9th"}};
   for (const Cell& cell : survey.cells) {
     if (cell.kind != kLoadedLatency || cell.points.empty()) continue;
-    const Summary& full = cell.points.front().summary;
-    const Point& peak = *std::ranges::max_element(cell.points, {}, [](const Point& point) {
-      return median_of(point.summary, kBytesPerSecond);
-    });
+    const Summary& peak = std::ranges::max_element(cell.points, {}, [](const Point& point) {
+                            return median_of(point.summary, kBytesPerSecond);
+                          })->summary;
     const std::vector<CurvePoint> curve = curve_of(cell, kAverageNs);
     table.push_back({memory_text(cell.memory) + ", " + parameter_text(cell, "mix"),
-                     value_text(peak.summary, kBytesPerSecond, kGb, 2), loaded_text(curve, 0.1),
+                     value_text(peak, kBytesPerSecond, kGb, 2), loaded_text(curve, 0.1),
                      loaded_text(curve, 0.5), loaded_text(curve, 0.9),
-                     plain_text(median_of(full, kAverageNs), 1, 0),
-                     plain_text(median_of(full, kP999Ns), 1, 0)});
+                     plain_text(median_of(peak, kAverageNs), 1, 0),
+                     plain_text(median_of(peak, kP999Ns), 1, 0)});
   }
   if (table.size() < 2) return;
   out << '\n';
