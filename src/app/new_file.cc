@@ -38,7 +38,8 @@ std::string replace_file(const std::string& path, std::string_view text) {
     return "Failed to write " + path + ": " + std::strerror(error);
   };
   struct stat status {};
-  if (lstat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode)) {
+  // Of a link what it leads to: /dev/stdout is one, which nothing may replace.
+  if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
     return "Failed to write " + path + ": it exists and is not a regular file";
   }
   const EndSignalsBlocked blocked;  // one that comes meanwhile leaves no file of that name behind

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "fleet/host.h"
-#include "fleet/loaded_curve.h"
+#include "survey/loaded_curve.h"
 #include "survey/record.h"
 
 namespace velmo {

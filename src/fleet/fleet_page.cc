@@ -9,8 +9,8 @@
 #include <utility>
 
 #include "fleet/fleet_report.h"
-#include "fleet/loaded_curve.h"
 #include "report/page.h"
+#include "survey/loaded_curve.h"
 #include "survey/record_json.h"
 
 namespace velmo {
@@ -113,12 +113,8 @@ Curves read_curves(const Host& host) {
   try {
     const Survey survey = read_survey(host.path);
     for (const Cell& cell : survey.cells) {
-      for (const Point& point : cell.points) {
-        const auto bandwidth = median_of(point.summary, kBytesPerSecond);
-        const auto latency = median_of(point.summary, kAverageNs);
-        if (bandwidth && latency)
-          curves[cell_key(cell)].push_back({{*bandwidth, 0}, {*latency, 0}});
-      }
+      std::vector<CurvePoint> curve = curve_of(cell, kAverageNs);
+      if (!curve.empty()) curves[cell_key(cell)] = std::move(curve);
     }
   } catch (const std::runtime_error&) {
     return {};

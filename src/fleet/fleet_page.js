@@ -205,8 +205,7 @@
       draw();
     } catch (failure) {
       console.error(failure);
-      document.querySelector("main").append(
-        el("p", {class: "bad"}, `A part of this page could not be drawn: ${failure.message}`));
+      velmo.failed(failure.message);
     }
   }
 })();

@@ -6,7 +6,7 @@
 #include <map>
 #include <utility>
 
-#include "fleet/loaded_curve.h"
+#include "survey/loaded_curve.h"
 
 namespace velmo {
 namespace {
@@ -91,18 +91,9 @@ Labels with(Labels labels, const Labels& more) {
   return labels;
 }
 
-Measured measured(const Summary& summary, const char* figure) {
-  return {median_of(summary, figure).value_or(0), 0};
-}
-
 void add_loaded(const Cell& cell, const Labels& labels, Metric& metric) {
   for (const auto& [figure, stat] : kStats) {
-    std::vector<CurvePoint> points;
-    for (const Point& point : cell.points) {
-      const CurvePoint read{measured(point.summary, kBytesPerSecond),
-                            measured(point.summary, figure)};
-      if (read.bandwidth.value > 0 && read.latency.value > 0) points.push_back(read);
-    }
+    const std::vector<CurvePoint> points = curve_of(cell, figure);
     if (points.empty()) continue;
     for (const auto& [share, load] : kLoads) {
       const std::optional<Measured> latency =

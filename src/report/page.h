@@ -23,8 +23,8 @@ struct Page {
 // std::logic_error where a script of that name was not built in.
 std::string page_text(const Page& page);
 
-// exit(1) where `path` is a file that holds anything but a page: a survey in the place of the page
-// is a slip of the hand.
+// exit(1) where `path` is a file that holds anything but a page of velmo: a survey in the place of
+// the page is a slip of the hand.
 void check_page_place(const std::string& path);
 
 }  // namespace velmo

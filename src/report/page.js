@@ -29,9 +29,10 @@ const velmo = (() => {
   const markers = ["circle", "rect", "triangle", "rectRot", "star", "crossRot", "cross",
                    "rectRounded"];
   const marker = (index) => markers[index % markers.length];
-  // Markers and bars are hollow where the colours start over.
-  const filling = (index) =>
-    Math.floor(index / theme.series.length) % 2 ? theme.paper : series(index);
+  // How often the colours have started over. Markers and bars are filled in another way then.
+  const lap = (index) => Math.floor(index / theme.series.length);
+  const filling = (index) => [series(index), theme.paper, alpha(series(index), 0.35), theme.ink][
+    lap(index) % 4];
   const alpha = (colour, share) =>
     colour + Math.round(share * 255).toString(16).padStart(2, "0");
 
@@ -101,6 +102,11 @@ const velmo = (() => {
     (window.requestIdleCallback ?? setTimeout)(() => open());
     return made;
   }
+
+  const failed = (message) => document.querySelector("main").append(
+    el("p", {class: "bad"}, `A part of this page could not be drawn: ${message}`));
+  // What nobody caught breaks all that comes after it: the first of these tells enough.
+  addEventListener("error", ({message}) => failed(message), {once: true});
 
   // A section of the page under a heading, with a sentence that says how to read it.
   function section(id, title, note, ...children) {
@@ -224,8 +230,15 @@ const velmo = (() => {
     return /^[125]e/.test(value.toExponential()) ? format.call(this, value) : null;
   };
 
-  const data = [...document.querySelectorAll("script.data")]
-    .map((element) => ({text: element.textContent, value: JSON.parse(element.textContent)}));
+  // Strings that repeat stand as "$7": the eighth of the list before the data.
+  function unpacked(element) {
+    const strings = /"(?:[^"\\]|\\.)*"/g;
+    const words = element.previousElementSibling.textContent.match(strings);
+    return element.textContent.replace(strings, (string) =>
+      string[1] === "$" ? words[string.slice(2, -1)] : string);
+  }
+  const data = [...document.querySelectorAll("script.data")].map(unpacked)
+    .map((text) => ({text, value: JSON.parse(text)}));
 
   // JSON as velmo writes it, one blank a level. Numbers stay as they are written: JavaScript's are
   // too small for a seed.
@@ -285,8 +298,8 @@ const velmo = (() => {
   Chart.defaults.plugins.tooltip.boxPadding = 4;
 
   return {
-    data: data.map((entry) => entry.value), text: (index) => data[index].text, indented, saveButton,
-    theme, series, filling, dash, marker, alpha, chart, axis, decades, toggle, swatch,
+    data: data.map((entry) => entry.value), text: (index) => data[index].text, saveButton, failed,
+    theme, series, lap, filling, dash, marker, alpha, chart, axis, decades, toggle, swatch,
     el, table, fold, section, number, figure, gigabytes, bytes,
   };
 })();

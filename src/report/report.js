@@ -7,7 +7,6 @@ for (const draw of [tables.head, tables.overview, curves.draw, matrices.draw, ch
     draw();
   } catch (failure) {
     console.error(failure);
-    document.querySelector("main").append(
-      velmo.el("p", {class: "bad"}, `A part of this page could not be drawn: ${failure.message}`));
+    velmo.failed(failure.message);
   }
 }

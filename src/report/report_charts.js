@@ -10,7 +10,7 @@ const charts = (() => {
   const line = (index, style) => ({
     borderColor: () => velmo.series(index), backgroundColor: () => velmo.series(index),
     pointBorderColor: () => velmo.series(index), pointBackgroundColor: () => velmo.series(index),
-    borderDash: velmo.dash(index < 8 ? 0 : 1), borderWidth: 1.75, pointStyle: style,
+    borderDash: velmo.dash(velmo.lap(index)), borderWidth: 1.75, pointStyle: style,
   });
   const logarithmic = (title, format, more = {}) => velmo.axis(title, {
     type: "logarithmic", ...more, ticks: {callback: velmo.decades(format), maxRotation: 0}});
@@ -34,7 +34,7 @@ const charts = (() => {
     if (chart.data.datasets.length < 2) return null;
     return el("div", {class: "legend", role: "group", "aria-label": "Shown in the chart"},
       chart.data.datasets.map((dataset, i) => velmo.toggle(dataset.label, chart, [i],
-        chart.isDatasetVisible(i), velmo.swatch(dataset.colour, dataset.colour < 8 ? 0 : 1,
+        chart.isDatasetVisible(i), velmo.swatch(dataset.colour, velmo.lap(dataset.colour),
                      chart.config.type === "bar" ? "bar" : undefined))));
   }
 
@@ -49,14 +49,17 @@ const charts = (() => {
     section.append(velmo.fold("Table", () => velmo.table(title, columns, rows())));
   }
 
-  // Vertical lines at the sizes of the caches, each with its name on top.
-  function cacheMarks(caches) {
+  // Vertical lines at the sizes of the caches, each with its name on top: in the first of `rows`
+  // where it touches no other, the lowest first.
+  const kLabelRow = 13;  // px
+  function cacheMarks(caches, rows) {
     return {id: "caches", beforeDatasetsDraw({ctx, chartArea: area, scales}) {
       ctx.save();
       ctx.font = `11px ${Chart.defaults.font.family}`;
       ctx.strokeStyle = ctx.fillStyle = theme.soft;
       ctx.setLineDash([3, 3]);
       ctx.textAlign = "center";
+      const ends = Array(rows).fill(-Infinity);  // of what stands in each row
       for (const {name, size} of caches) {
         const x = scales.x.getPixelForValue(size);
         if (!(x >= area.left && x <= area.right)) continue;
@@ -64,16 +67,32 @@ const charts = (() => {
         ctx.moveTo(x, area.top);
         ctx.lineTo(x, area.bottom);
         ctx.stroke();
-        ctx.fillText(name, Math.min(Math.max(x, area.left + 30), area.right - 30), area.top - 8);
+        const half = ctx.measureText(name).width / 2;
+        const middle = Math.min(Math.max(x, half), area.right - half);
+        const row = ends.findIndex((end) => end + 6 < middle - half);
+        if (row < 0) continue;
+        ends[row] = middle + half;
+        ctx.fillText(name, middle, area.top - 8 - kLabelRow * row);
       }
       ctx.restore();
     }};
   }
 
-  function cachesOf(survey) {
-    return model.list(survey.machine.caches).filter((cache) => cache.type !== "Instruction")
-      .map((cache) => ({name: `L${cache.level} ${velmo.bytes(model.known(cache.size_bytes))}`,
-                        size: model.known(cache.size_bytes)}));
+  // {name, size} by size; what not all of several surveys have stands with their letters.
+  function cachesOf(shown) {
+    const found = new Map();
+    for (const survey of shown) {
+      for (const cache of model.objects(survey.machine.caches)) {
+        const size = model.known(cache.size_bytes);
+        if (cache.type === "Instruction" || !Number.isFinite(size)) continue;
+        const name = `L${cache.level} ${velmo.bytes(size)}`;
+        const owners = found.get(name)?.owners ?? new Set();
+        found.set(name, {size, owners: owners.add(survey.letter)});
+      }
+    }
+    return [...found].map(([name, {size, owners}]) => ({size, name:
+      owners.size < shown.length ? `${[...owners].join(", ")}: ${name}` : name}))
+      .sort((a, b) => a.size - b.size);
   }
 
   function staircase() {
@@ -90,8 +109,7 @@ const charts = (() => {
         return {x: cell.parameters.buffer_bytes, y: e.median, ...whiskersOf(e, 1), e};
       })}));
     const sizes = datasets.flatMap(({data}) => data.map(({x}) => x));
-    const caches = [...new Map(steps.flatMap(({survey}) => cachesOf(survey))
-      .map((cache) => [cache.name, cache])).values()];
+    const labelRows = Math.min(steps.length + 1, 4);
     const ticks = [];
     for (let size = 1024; size <= Math.max(...sizes); size *= 4) {
       if (size >= Math.min(...sizes)) ticks.push({value: size});
@@ -101,8 +119,9 @@ const charts = (() => {
       note: "Each step is a cache that the buffer outgrows; the dashed lines stand at the sizes " +
         "that the kernel names. Average of dependent loads in random order.",
       label: "Average latency in ns over the size of the buffer", height: 360,
-      config: {type: "line", data: {datasets}, plugins: [cacheMarks(caches)], options: {
-        layout: {padding: {top: 24}},
+      config: {type: "line", data: {datasets},
+        plugins: [cacheMarks(cachesOf(steps.map(({survey}) => survey)), labelRows)], options: {
+        layout: {padding: {top: 11 + kLabelRow * labelRows}},
         interaction: {mode: "nearest", intersect: false},
         scales: {
           x: velmo.axis("Size of the buffer", {type: "logarithmic",

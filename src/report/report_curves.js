@@ -3,7 +3,7 @@
 
 const curves = (() => {
   const {el, figure, gigabytes} = velmo;
-  const {memories} = model;
+  const {memories, surveys} = model;
 
   const loaded = memories.flatMap((memory) => memory.loaded.filter((cell) =>
     model.curve(cell).some(({summary}) => summary.bytes_per_second && summary.median_ns))
@@ -115,7 +115,9 @@ const curves = (() => {
                  style: `--mixes: ${mixes.length}; --label: ${label}ch`}, rows),
       el("div", {class: "groups-of"}, owners.length < 2 ? null : [
         el("span", {class: "soft"}, "Show or hide"), group("all", null, () => true),
-        mixes.map((mix) => group(mix, null, (entry) => entry.mix === mix))].flat(),
+        surveys.length < 2 ? [] : surveys.map((survey) =>
+          group(survey.letter, null, (entry) => entry.memory.survey === survey)),
+        mixes.map((mix) => group(mix, null, (entry) => entry.mix === mix))].flat(2),
         scaleButton(chart))];
   }
 

@@ -3,6 +3,9 @@
 
 const model = (() => {
   const list = (value) => Array.isArray(value) ? value : [];
+  // The objects in a list of the machine, whatever else a strange one holds.
+  const isObject = (value) => typeof value === "object" && value !== null && !Array.isArray(value);
+  const objects = (value) => list(value).filter(isObject);
   const unknown = (value) => value === null || value === undefined ||
     (typeof value === "object" && value.value === null && value.reason !== undefined);
   // What the survey could not read is undefined here.
@@ -52,7 +55,7 @@ const model = (() => {
     const node = nearest(survey, name);
     const here = (cell) => cell.from.cpu_node === node && memoryName(cell.memory) === name;
     const sample = survey.cells.find((cell) => memoryName(cell.memory) === name).memory;
-    const about = list(survey.machine.nodes).find((entry) => entry.node === sample.node);
+    const about = objects(survey.machine.nodes).find((entry) => entry.node === sample.node);
     return {
       survey, name, node,
       type: sample.device ? "device" : sample.directory ? "file system" :
@@ -73,7 +76,8 @@ const model = (() => {
   const letters = (index) => String.fromCharCode(65 + index % 26) + (Math.floor(index / 26) || "");
 
   const surveys = velmo.data.map((record, index) => ({
-    index, record, run: record.run, machine: record.machine ?? {}, cells: record.cells,
+    index, record, run: record.run, cells: record.cells,
+    machine: isObject(record.machine) ? record.machine : {},
   }));
   // Of several, each has a letter that stands for it in the charts and tables.
   for (const survey of surveys) {
@@ -140,20 +144,24 @@ const model = (() => {
   const words = (name) => name.replace(/_(bytes|hz)$/, "").replace(/_mt_s$/, " MT/s")
     .replaceAll("_", " ");
 
-  // [["kernel release", "6.1.0"], ...]: members of `value`, those of objects in it too. A list of
-  // objects is left to `listed`, when that is given.
-  function facts(value, listed, path = []) {
-    const plain = Array.isArray(value) && value.every((entry) => typeof entry !== "object");
-    if (typeof value !== "object" || unknown(value) || plain) {
-      return [[path.map(words).join(" "), valueText(path.at(-1), value)]];
+  // What tells an entry of a list from the others: one memory module more shifts none of them.
+  const entryName = (entry, index) => entry?.locator ?? entry?.node ?? entry?.name ?? index;
+
+  // [["kernel release", "6.1.0"], ["nodes [0] size", "4 GiB"], ...]: members of `value`, those of
+  // objects in it too. A list of objects is left to `listed`, when that is given.
+  function facts(value, listed, title = "", name = "") {
+    const isList = Array.isArray(value);
+    if (typeof value !== "object" || unknown(value) || (isList && !value.some(isObject))) {
+      return [[title, valueText(name, value)]];
     }
-    if (Array.isArray(value) && listed) {
-      listed(path.map(words).join(" "), value);
+    if (isList && listed) {
+      listed(title, value.filter(isObject));
       return [];
     }
-    return Object.entries(value).flatMap(([key, entry]) => facts(entry, listed, [...path, key]));
+    return Object.entries(value).flatMap(([key, entry]) => facts(entry, listed,
+      `${title} ${isList ? `[${entryName(entry, key)}]` : words(key)}`.trim(), key));
   }
 
-  return {surveys, memories, list, known, memoryName, sourceName, cellName, cellsOf, estimate,
+  return {surveys, memories, list, objects, known, kinds, memoryName, cellName, cellsOf, estimate,
           mixesOf, when, duration, curve, latencyAt, valueText, words, facts};
 })();

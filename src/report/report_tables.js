@@ -18,7 +18,7 @@ const tables = (() => {
   function machineLine({machine}) {
     const sockets = known(machine.sockets);
     const processor = known(machine.processor?.name);
-    const nodes = model.list(machine.nodes);
+    const nodes = model.objects(machine.nodes);
     const total = nodes.reduce((sum, node) => sum + (known(node.size_bytes) ?? NaN), 0);
     const hypervisor = known(machine.hypervisor);
     return [
@@ -58,9 +58,26 @@ const tables = (() => {
   const marksText = (cell) =>
     model.list(cell.marks).map((mark) => marks[mark] ?? model.words(mark));
 
+  // The end of the survey came before its turn: that is no failure of the cell.
+  const notReached = (cell) => cell.state === "failed" && !model.list(cell.repeats).length &&
+    !model.list(cell.points).length && ["time_limit", "interrupted"].includes(cell.stopped_by);
+  const isFailed = (cell) => cell.state === "failed" && !notReached(cell);
+
+  // "Disturbed by stolen time (25 times), other work (2 times)."
+  function brokenRules(survey) {
+    const counts = new Map();
+    for (const {rule} of survey.cells.filter((cell) => cell.state === "disturbed")
+      .flatMap((cell) => model.list(cell.repeats))
+      .flatMap((repeat) => model.list(repeat.disturbed_by))) {
+      counts.set(rule, (counts.get(rule) ?? 0) + 1);
+    }
+    return counts.size ? el("p", {}, `Disturbed by ${[...counts].map(([rule, count]) =>
+      `${model.words(rule)} (${plural(count, "time")})`).join(", ")}.`) : null;
+  }
+
   function troubles(survey) {
     const rows = [];
-    for (const cell of survey.cells) {
+    for (const cell of survey.cells.filter((cell) => !notReached(cell))) {
       const why = [cell.message, disturbances(cell), ...marksText(cell)].filter(Boolean).join("; ");
       if (cell.state !== "ok") {
         const grave = cell.state === "failed" ? "bad" : "warn";
@@ -94,13 +111,16 @@ const tables = (() => {
 
   function verdict(survey) {
     const count = (state) => survey.cells.filter((cell) => cell.state === state).length;
-    const all = survey.cells.length;
-    const [disturbed, failed] = [count("disturbed"), count("failed")];
+    const planned = survey.cells.length;
+    const disturbed = count("disturbed");
+    const failed = survey.cells.filter(isFailed).length;
+    const skipped = survey.cells.filter(notReached).length;
     const doubtful = survey.cells.filter((c) => c.state === "ok" && marksText(c).length).length;
     const parts = [];
     if (failed) parts.push(el("span", {class: "bad"}, `${failed} failed`));
     if (disturbed) parts.push(el("span", {class: "warn"}, `${disturbed} disturbed`));
     if (doubtful) parts.push(el("span", {class: "warn"}, `${doubtful} doubtful`));
+    const all = planned - skipped;
     const calm = all - disturbed - failed;
     const clean = !all ? "Nothing was measured" :
       calm === all ? `Undisturbed: all ${plural(all, "cell")}` :
@@ -109,7 +129,10 @@ const tables = (() => {
     if (survey.run.state !== "complete") {
       parts.unshift(el("span", {class: "bad"}, survey.run.state === "interrupted"
         ? "Interrupted before its end" : survey.run.state));
+    } else if (skipped) {
+      parts.unshift(el("span", {class: "bad"}, "Ended by its time limit"));
     }
+    if (skipped) parts.push(el("span", {class: "bad"}, `${number(skipped)} not measured`));
     return el("p", {class: "verdict"}, parts.flatMap((part, i) => i ? [" · ", part] : [part]));
   }
 
@@ -123,12 +146,10 @@ const tables = (() => {
         el(several ? "h2" : "h1", {}, survey.name),
         el("p", {}, machineLine(survey)),
         el("p", {class: "soft"}, [model.when(run.started), model.duration(run),
-          run.state === "complete" ? "complete" : run.state,
+          survey.cells.some(notReached) && run.state === "complete" ? "ended by its time limit"
+            : run.state,
           `velmo ${survey.record.velmo.version}`].join(" · ")),
-        verdict(survey), unseen(survey), troubles(survey),
-        run.cells_skipped
-          ? el("p", {}, `Not measured, as it ended before their turn: ${plural(run.cells_skipped, "cell")}.`)
-          : null));
+        verdict(survey), brokenRules(survey), unseen(survey), troubles(survey)));
     }
   }
 
@@ -136,7 +157,7 @@ const tables = (() => {
   const stacked = (first, second) => el("div", {}, first, el("div", {class: "under"}, second));
   function value(cell, name, format, unit) {
     const e = estimate(cell, name);
-    if (!e && cell?.state !== "failed") return "–";
+    if (!e && !(cell && isFailed(cell))) return "–";
     if (!e) return el("span", {class: "bad", title: cell.message}, "failed");
     return el("span", {title: hover(e, format, unit), class: isDoubtful(cell) ? "warn" : null},
               format(e.median), isDoubtful(cell) ? "*" : "");
@@ -192,15 +213,20 @@ const tables = (() => {
 
   const fact = (name, text) => [name, el("span", {class: "wrap"}, text)];
 
-  // How idle latency was measured, which its figures depend on.
-  const settings = ["pattern", "stride_bytes", "pages", "prefetchers"];
+  // [["Bandwidth, threads", "63, 31"], ...]: how a kind was measured, which its figures depend on.
+  function settings(survey, kind) {
+    const parameters = model.cellsOf(survey, kind, "node").map((cell) => cell.parameters);
+    const names = new Set(parameters.flatMap(Object.keys));
+    return [...names].filter((name) => name !== "scope" && name !== "mix").map((name) =>
+      [`${model.kinds[kind]}, ${model.words(name)}`,
+       [...new Set(parameters.map((entry) => model.valueText(name, entry[name])))].join(", ")]);
+  }
+
   function differences() {
     const known = surveys.map((survey) => new Map([
       ["velmo", Object.values(survey.record.velmo).join(" ")],
       ["arguments", model.list(survey.run.arguments).join(" ")],
-      ...settings.map((name) => [`idle latency, ${model.words(name)}`, [...new Set(
-        model.cellsOf(survey, "idle_latency", "node").map((cell) => cell.parameters[name]))]
-        .map((value) => model.valueText(name, value)).join(", ")]),
+      ...["idle_latency", "bandwidth", "loaded_latency"].flatMap((kind) => settings(survey, kind)),
       ...model.facts(survey.machine)]));
     // What changes from one minute to the next is no difference between machines.
     const names = [...new Set(known.flatMap((facts) => [...facts.keys()]))]

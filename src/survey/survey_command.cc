@@ -97,7 +97,7 @@ void check_place(const std::string& path) {
     Fatal() << "Cannot write " << path << ": directory " << directory << ": " << why << '\n';
   }
   struct stat status {};
-  if (lstat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode)) {
+  if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
     Fatal() << "Cannot write " << path << ": it exists and is not a regular file\n";
   }
 }

@@ -6,8 +6,7 @@
 #include <map>
 
 #include "app/table.h"
-#include "survey/curve.h"
-#include "survey/repeats.h"
+#include "survey/loaded_curve.h"
 #include "survey/summary.h"
 #include "survey/trust_report.h"
 
@@ -33,13 +32,14 @@ double buffer_bytes(const Cell& cell) {
   return bytes.is_number() ? bytes.get<double>() : 0;
 }
 
-// "118.2 ±1.3": the value and half of its interval, both divided by `unit`.
+// "118.2 ±1.3": the value and half of its interval, both divided by `unit`. One repeat has none.
 std::string value_text(const Summary& summary, const char* name, double unit, int decimals) {
   const auto found = summary.find(name);
   if (found == summary.end()) return kNone;
   const Estimate& e = found->second;
-  return fixed_text(e.median / unit, decimals) + " ±" +
-         fixed_text((e.high - e.low) / 2 / unit, decimals);
+  const std::string value = fixed_text(e.median / unit, decimals);
+  if (e.repeats < 2) return value;
+  return value + " ±" + fixed_text((e.high - e.low) / 2 / unit, decimals);
 }
 
 std::string plain_text(const std::optional<double>& value, double unit, int decimals) {
@@ -229,12 +229,10 @@ void write_matrix(std::ostream& out, const Survey& survey, const char* kind, con
   write_table(out, table);
 }
 
-// Latency at shares of the peak; the median of the passes that count.
-std::string loaded_text(const Cell& cell, double share) {
-  const auto peak = median_of(cell.summary, kBytesPerSecond);
-  std::vector<double> values;
-  if (peak) values = counted_values(curve_latencies(cell, share * *peak), kAverageNs);
-  return values.empty() ? kNone : fixed_text(estimate(values).median, 0);
+// Latency at a share of the peak.
+std::string loaded_text(const std::vector<CurvePoint>& curve, double share) {
+  const auto latency = latency_at_share(curve, share);
+  return latency ? fixed_text(latency->value, 0) : kNone;
 }
 
 void write_loaded(std::ostream& out, const Survey& survey) {
@@ -242,12 +240,15 @@ void write_loaded(std::ostream& out, const Survey& survey) {
       {"Under load, ns", "Peak, GB/s", "at 10 %", "at 50 %", "at 90 %", "at full", "its 99.9th"}};
   for (const Cell& cell : survey.cells) {
     if (cell.kind != kLoadedLatency || cell.points.empty()) continue;
-    const Summary& full = cell.points.front().summary;
+    const Summary& peak = std::ranges::max_element(cell.points, {}, [](const Point& point) {
+                            return median_of(point.summary, kBytesPerSecond);
+                          })->summary;
+    const std::vector<CurvePoint> curve = curve_of(cell, kAverageNs);
     table.push_back({memory_text(cell.memory) + ", " + parameter_text(cell, "mix"),
-                     value_text(cell.summary, kBytesPerSecond, kGb, 2), loaded_text(cell, 0.1),
-                     loaded_text(cell, 0.5), loaded_text(cell, 0.9),
-                     plain_text(median_of(full, kAverageNs), 1, 0),
-                     plain_text(median_of(full, kP999Ns), 1, 0)});
+                     value_text(peak, kBytesPerSecond, kGb, 2), loaded_text(curve, 0.1),
+                     loaded_text(curve, 0.5), loaded_text(curve, 0.9),
+                     plain_text(median_of(peak, kAverageNs), 1, 0),
+                     plain_text(median_of(peak, kP999Ns), 1, 0)});
   }
   if (table.size() < 2) return;
   out << '\n';

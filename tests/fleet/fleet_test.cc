@@ -2,13 +2,13 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <fstream>
 #include <map>
 
 #include "fleet/findings.h"
 #include "fleet/fleet_report.h"
 #include "fleet/host_reader.h"
 #include "fleet/prometheus.h"
+#include "support/subprocess.h"
 #include "survey/record_json.h"
 
 namespace velmo {
@@ -58,14 +58,7 @@ Survey make_survey(const std::string& host, double ns) {
 
 class FleetTest : public testing::Test {
  protected:
-  FleetTest() { std::filesystem::create_directory(folder_); }
-  ~FleetTest() override { std::filesystem::remove_all(folder_); }
-
-  void Write(const std::string& name, const std::string& text) const {
-    std::filesystem::remove(folder_ + '/' + name);  // some file systems flush what is overwritten
-    std::ofstream(folder_ + '/' + name, std::ios::binary) << text;
-  }
-  void Write(const Survey& survey) const { Write(survey.host + ".json", survey_text(survey)); }
+  void Write(const Survey& survey) const { dir_.Write(survey.host + ".json", survey_text(survey)); }
 
   // `hosts` of them within 0.2 %.
   void WriteEqual(int hosts, const std::string& name = "n", double bytes = 64 * kGiB) const {
@@ -83,7 +76,8 @@ class FleetTest : public testing::Test {
     return find_slow(fleet_, std::move(files), current, {});
   }
 
-  std::string folder_ = testing::TempDir() + "velmo_fleet_" + std::to_string(getpid());
+  const velmo_test::TempDir dir_;
+  const std::string folder_ = dir_.path();
   Fleet fleet_;
 };
 
@@ -103,10 +97,10 @@ TEST_F(FleetTest, DamagedAndForeignFilesAreNamedAndTheRestIsCompared) {
       {"older.json", survey_text(older)},
       {"twice.json", text + text},
       {"version.json", R"({"format": "velmo-survey", "format_version": "2.0", "cells": []})"}};
-  for (const auto& [name, content] : files) Write(name, content);
+  for (const auto& [name, content] : files) dir_.Write(name, content);
   mkfifo((folder_ + "/pipe.json").c_str(), 0600);
-  Write("notes.txt", "no survey");
-  Write("missing.txt", "lost\ttimed out\n");
+  dir_.Write("notes.txt", "no survey");
+  dir_.Write("missing.txt", "lost\ttimed out\n");
   const Findings findings = Find();
   ASSERT_EQ(findings.slow.size(), 1);
   EXPECT_EQ(fleet_.hosts[findings.slow[0].host].name, "slow");
@@ -126,7 +120,7 @@ TEST_F(FleetTest, NoPrefixOfASurveyIsASurvey) {
   const std::string text = survey_text(make_survey("x", 100));
   HostReader reader(fleet_);
   for (size_t size = 1; size + 1 < text.size(); ++size) {
-    Write("x.json", text.substr(0, size));
+    dir_.Write("x.json", text.substr(0, size));
     ASSERT_THROW(reader.read(folder_ + "/x.json"), std::runtime_error) << size;
   }
 }
@@ -144,26 +138,28 @@ TEST_F(FleetTest, DoubtfulSurveysAreToBeRepeatedAndNeverSlow) {
   EXPECT_EQ(fleet_.hosts[findings.slow[0].host].name, "f");
 }
 
-TEST_F(FleetTest, AMissingModuleLeavesAHostInItsGroupAndAnotherKindGetsItsOwn) {
-  WriteEqual(30);
-  WriteEqual(8, "small", 32 * kGiB);
-  Survey lacks = make_survey("lacks", 110);
-  lacks.machine["nodes"][0]["size_bytes"] = 56 * kGiB;
-  lacks.machine["memory_modules"].erase(1);
-  lacks.machine["memory_modules"][0]["speed_mt_s"] = 4000;
-  lacks.machine["firmware"]["version"] = "1.3";
-  Write(lacks);
-  const Findings findings = Find();
-  ASSERT_EQ(findings.groups.size(), 2);
-  EXPECT_EQ(findings.groups[0].group.hosts.size(), 31);
-  ASSERT_EQ(findings.slow.size(), 1);
-  EXPECT_EQ(cause_text(findings.slow[0]),
-            "memory module missing: B1; memory module A1: 32 GiB at 4000 MT/s (usual: 32 GiB at "
-            "4800 MT/s); node 0 has 56.0 GiB (usual: 64.0 GiB); firmware 1.3 (usual: 1.4)");
-  EXPECT_EQ(reason_text(fleet_, findings.slow[0]).substr(0, 50),
-            "idle latency average, node 0 to node 0 +9.9 %: mem");
-  std::vector<std::string> refused;
-  EXPECT_EQ(exclude_list(fleet_, findings, refused), "lacks\n");
+TEST_F(FleetTest, TheCommandNamesWhatItCannotDo) {
+  WriteEqual(10);
+  Write(make_survey("slow", 120));
+  Write(make_survey("a b", 120));
+  dir_.Write("bad/cut.json", "{");
+  const struct {
+    std::string options;
+    int status;
+    std::string message;
+  } cases[] = {
+      {". --exclude-list list", 3,
+       "[VELMO Warning] \"a b\" is no name of a host and is not in list\n"},
+      {". -o -", 1, "[VELMO Error] -o: the page needs a file, standard output has the text\n"},
+      {"none", 1, "[VELMO Error] No surveys (*.json) in none\n"},
+      {"bad", 1, "[VELMO Error] None of the files could be read\n"}};
+  for (const auto& [options, status, message] : cases) {
+    const velmo_test::Outcome outcome =
+        velmo_test::RunScript("cd " + folder_ + " && mkdir -p none && $0 fleet " + options);
+    EXPECT_EQ(outcome.status, status) << outcome;
+    EXPECT_EQ(outcome.err, message);
+  }
+  EXPECT_EQ(velmo_test::ReadAll(folder_ + "/list"), "slow\n");
 }
 
 TEST_F(FleetTest, AFewHostsNeedAHistory) {
@@ -171,9 +167,8 @@ TEST_F(FleetTest, AFewHostsNeedAHistory) {
   Write(make_survey("n0", 120));
   EXPECT_FALSE(Find().groups.at(0).compared);
   const std::string history = folder_ + "/history";
-  std::filesystem::create_directory(history);
   for (int i = 0; i < 6; ++i) {
-    Write("history/" + std::to_string(i) + ".json", survey_text(make_survey("n0", 100)));
+    dir_.Write("history/" + std::to_string(i) + ".json", survey_text(make_survey("n0", 100)));
   }
   fleet_.hosts.clear();
   const Findings findings = Find(history);

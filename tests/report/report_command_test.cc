@@ -1,6 +1,7 @@
 #include "report/report_command.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <array>
 #include <filesystem>
@@ -52,31 +53,44 @@ TEST(Report, HoldsTheSurveyAndNoMarkupOfIt) {
 
 TEST(Report, WhatIsNoSurveyIsNamedAndThePageKept) {
   const TempDir dir;
-  const std::string page = dir.Write("page.html", "<!doctype html>before");
+  const std::string before = page_text({}).substr(0, 300) + "before";
+  const std::string page = dir.Write("page.html", before);
   const std::string cut = dir.Write("cut", std::string(kSurvey).substr(0, 99));
   const std::string other = dir.Write("other", "{}");
+  const std::string deep = dir.Write("deep", std::string(99, '['));
+  const std::string bell = dir.Write("bell", "{\"a\\u0007\": 1}");
   const std::string missing = dir.path() + "/missing";
   const std::vector<std::pair<std::string, std::string>> cases = {
       {cut, cut + ": no survey: not JSON, or cut short"},
       {other, other + ": no survey that can be read: not a survey of velmo"},
+      {deep, deep + ": no survey that can be read: it is nested too deep"},
+      {bell,
+       bell + ": no survey that can be read: the name of a member holds control characters: a?"},
       {missing, "Failed to read " + missing + ": No such file or directory"},
       {dir.path(), "Failed to read " + dir.path() + ": Is a directory"},
   };
   for (const auto& [file, message] : cases) {
     EXPECT_EQ(report(file, page), (Outcome{1, "", Error(message)}));
   }
-  EXPECT_EQ(
-      report(dir.Write("good", kSurvey), dir.path()),
-      (Outcome{1, "",
-               Error("Failed to write " + dir.path() + ": it exists and is not a regular file")}));
   const std::string good = dir.Write("good", kSurvey);
-  EXPECT_EQ(
-      report(good, good),
-      (Outcome{1, "",
-               Error(good + " exists and is no page of velmo. Name another file, or remove it")}));
-  EXPECT_EQ(velmo_test::ReadAll(good), kSurvey);
+  const std::string pipe = dir.path() + "/pipe";
+  const std::string link = dir.path() + "/link";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  std::filesystem::create_symlink(pipe, link);
+  for (const std::string& at : {dir.path(), pipe, link}) {
+    const std::string message = "Failed to write " + at + ": it exists and is not a regular file";
+    EXPECT_EQ(report(good, at), (Outcome{1, "", Error(message)}));
+  }
+  const std::string mine = dir.Write("mine.html", "<!doctype html>\n<p>velmo");
+  for (const std::string& at : {good, mine}) {
+    const std::string text = velmo_test::ReadAll(at);
+    const std::string message = " exists and is no page of velmo. Name another file, or remove it";
+    EXPECT_EQ(report(good, at), (Outcome{1, "", Error(at + message)}));
+    EXPECT_EQ(velmo_test::ReadAll(at), text);
+  }
   EXPECT_EQ(report(good, "-").out.substr(0, 15), "<!doctype html>");
-  EXPECT_EQ(velmo_test::ReadAll(page), "<!doctype html>before");
+  EXPECT_EQ(velmo_test::ReadAll(page), before);
+  EXPECT_EQ(report(good, page).status, 0);
 }
 
 }  // namespace

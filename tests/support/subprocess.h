@@ -91,6 +91,12 @@ inline Outcome RunForked(const std::function<void()>& body) {
   return {code, ReadAll(out), ReadAll(err)};
 }
 
+// Of bash with `script`, in which $0 is that velmo.
+inline Outcome RunScript(const std::string& script) {
+  return RunForked(
+      [&] { execl("/bin/bash", "bash", "-c", script.c_str(), VelmoPath().c_str(), nullptr); });
+}
+
 // What `body` writes to a terminal of `columns` columns.
 inline std::string OnTerminal(unsigned short columns, const std::function<void()>& body) {
   std::cout.flush();

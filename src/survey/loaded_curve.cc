@@ -1,8 +1,18 @@
-#include "fleet/loaded_curve.h"
+#include "survey/loaded_curve.h"
 
 #include <algorithm>
 
 namespace velmo {
+
+std::vector<CurvePoint> curve_of(const Cell& cell, std::string_view figure) {
+  std::vector<CurvePoint> points;
+  for (const Point& point : cell.points) {
+    const double bandwidth = median_of(point.summary, kBytesPerSecond).value_or(0);
+    const double latency = median_of(point.summary, figure).value_or(0);
+    if (bandwidth > 0 && latency > 0) points.push_back({{bandwidth, 0}, {latency, 0}});
+  }
+  return points;
+}
 
 const CurvePoint* peak_of(const std::vector<CurvePoint>& points) {
   const auto found = std::max_element(points.begin(), points.end(), [](auto& a, auto& b) {

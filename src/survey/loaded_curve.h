@@ -1,9 +1,12 @@
-// What a fleet keeps of a curve of loaded latency.
+// A curve of loaded latency by the medians of its points.
 
 #pragma once
 
 #include <optional>
+#include <string_view>
 #include <vector>
+
+#include "survey/record.h"
 
 namespace velmo {
 
@@ -15,8 +18,12 @@ struct Measured {
 
 struct CurvePoint {
   Measured bandwidth;  // bytes a second
-  Measured latency;    // average, in ns
+  Measured latency;    // in ns
 };
+
+// The points of `cell` that have both a bandwidth and the latency `figure` (kAverageNs, ...),
+// without their uncertainties, in the order of the cell.
+std::vector<CurvePoint> curve_of(const Cell& cell, std::string_view figure);
 
 // The point of largest bandwidth; null without points.
 const CurvePoint* peak_of(const std::vector<CurvePoint>& points);
