@@ -159,13 +159,19 @@ TEST(LoadBench, WarnsOnceOfADelayThatSpoilsTheLoad) {
       b.config_.bw_delay = delay;
       b.WarnOfLoad({{1, 0, 0}}, true);
     }
-    for (const bool delayed : {false, true, true}) b.WarnOfLoad({{5, 3, 0}}, delayed);
+    b.WarnOfLoad({{5, 3, 0}}, true);
+    b.config_.bw_delay = 0;
+    for (const bool delayed : {false, true}) b.WarnOfLoad({{5, 3, 0}}, delayed);
   });
+  const std::string steps =
+      " Byte a second in fewer than 100 steps, too coarse for MB/s to tell. Choose a smaller one "
+      "with -D";
+  const std::string leaves = "A delay of 40000000 turns leaves each load thread about ";
   EXPECT_EQ(outcome.err,
-            Warning("A delay of 40000000 turns leaves each load thread about 12800 Byte a second, "
-                    "too few for MB/s to tell. Choose a smaller one with -D") +
+            Warning(leaves + "12800" + steps) + Warning(leaves + "26214400" + steps) +
                 Warning("The ratio 5:3 has no kernel of its own: the delay comes once in 1024 "
-                        "units of it and hardly lowers the load"));
+                        "units of it, not after every 256 bytes, and lowers the load far less "
+                        "than that of a mix with one"));
 }
 
 // What a run on `cpus` with the further options of `set` says; its log is in `dir`.

@@ -75,6 +75,16 @@ TEST(LoadedLatency, WarnsOfASmallLatencyBufferWhereTheMemoryIsNotFree) {
   }
 }
 
+TEST(LoadedLatency, LoadsUntilItIsStoppedAndFlushesOnce) {
+  LoadedLatency loaded{Configurator()};
+  loaded.config_.use_pa_set = true;
+  loaded.config_.use_pa = 7;
+  EXPECT_EQ(loaded.PointLoad(9).passes, 0U);
+  EXPECT_TRUE(loaded.PointLoad(9).flush);
+  loaded.results_.emplace_back();
+  EXPECT_FALSE(loaded.PointLoad(9).flush);
+}
+
 TEST(LoadedLatency, SortsPrintsAndLogsItsPoints) {
   const velmo_test::TempDir dir;
   const auto outcome = velmo_test::RunForked([&dir] {
