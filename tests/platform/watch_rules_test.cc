@@ -73,15 +73,9 @@ TEST(WatchRules, AllowShortStretchesAnAccident) {
   record.involuntary_switches = {5};
   EXPECT_EQ(Broken(record), "");
   record.involuntary_switches = {6};
-  record.other_cpus_busy_seconds = record.busiest_cpu_seconds = {0.05};
+  record.other_cpus = 63;  // two ticks in all, not of each
+  record.other_cpus_busy_seconds = {0.17};
   EXPECT_EQ(Broken(record, ClockReference{2000000000, "Hz"}), "involuntary_switches busy_cpus ");
-  record = {};
-  record.seconds = 0.05;
-  record.other_cpus = 63;
-  for (const auto& [busy, rules] : {std::pair(0.15, ""), {0.17, "busy_cpus "}}) {
-    record.other_cpus_busy_seconds = {busy};
-    EXPECT_EQ(Broken(record), rules);
-  }
 }
 
 }  // namespace
