@@ -37,7 +37,8 @@ class LoadBench : public Bench {
 
   // Sets buf_size_: the configured size or an equal share of what `free` bytes leave beside the
   // `reserved` ones (no matter for devices), in any case enough for one pass of every mix. exit(1)
-  // when that does not fit, or when a configured size is beyond the machine's memory.
+  // when that does not fit, or when a configured size is beyond the machine's memory or what its
+  // control groups leave.
   void SizeBuffers(const std::vector<Mix>& mixes, int64_t free, int64_t reserved);
 
   // Warns of what in the load of `mixes` would measure something else than memory under that load:
