@@ -71,8 +71,7 @@ TEST(SurveyPlan, ALargeMachineTakesLessThanAQuarterOfAnHour) {
     for (const CellPlan& p : plan) {
       EXPECT_TRUE(keys.insert(cell_key(p.cell)).second) << cell_key(p.cell);
       EXPECT_TRUE(p.cell.marks.empty());
-      const bool all = !p.cell.from.cpu_node.has_value();
-      EXPECT_EQ(p.awake_cpus.size(), kCpuNodes - (all ? kCpuNodes : p.load.empty() ? 0 : 1));
+      EXPECT_EQ(p.awake_cpus.size(), p.load.empty() ? 8U : p.cell.from.cpu_node ? 7U : 0U);
       EXPECT_EQ(std::ranges::count(p.awake_cpus, p.latency_cpu), 0);
       if (p.cell.kind == kIdleLatency) {
         EXPECT_GE(p.chain_bytes / 256 * 64, 4 * (mebibytes << 20));
@@ -124,8 +123,7 @@ TEST(LoadedDelays, LieWhereTheCurveBendsWhateverOneProbeSays) {
       return std::min(1.0, 100.0 / (delay + 1)) * (probe++ == spoiled ? 1.2 : 1);
     };
     const std::vector<int64_t> delays = choose_delays(bandwidth_at, 16);
-    EXPECT_GE(delays[2], 30) << spoiled;
-    EXPECT_LE(delays[8], 250) << spoiled;
+    EXPECT_TRUE(delays[2] >= 30 && delays[8] <= 250) << spoiled;
   }
 }
 
