@@ -117,8 +117,7 @@ TEST(SurveyPlan, NodesThatCannotBeUsedAreRefused) {
 
 // A load that is full up to a delay of 100, and a probe of it that is a fifth too high.
 TEST(LoadedDelays, LieWhereTheCurveBendsWhateverOneProbeSays) {
-  for (int spoiled = 0; spoiled < 20; ++spoiled) {
-    int probe = 0;
+  for (int spoiled = 0, probe = 0; spoiled < 20; ++spoiled, probe = 0) {
     const auto bandwidth_at = [&](int64_t delay) {
       return std::min(1.0, 100.0 / (delay + 1)) * (probe++ == spoiled ? 1.2 : 1);
     };
