@@ -103,6 +103,7 @@ class Progress::Drawer {
       thread_ = std::thread(&Drawer::Run, this);
     } catch (const std::system_error&) {
       // A run is worth more than its line.
+    } catch (const std::bad_alloc&) {
     }
   }
 

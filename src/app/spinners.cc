@@ -2,6 +2,10 @@
 
 #include <pthread.h>
 #include <sched.h>
+#include <unistd.h>
+
+#include <future>
+#include <utility>
 
 #include "app/clock.h"
 #include "app/cpu_set.h"
@@ -10,11 +14,15 @@
 namespace velmo {
 
 void Spinners::Start(int cpu) {
-  threads_.push_back(start_thread([this] {
+  std::promise<int> tid;
+  std::future<int> started = tid.get_future();
+  threads_.push_back(start_thread([this, tid = std::move(tid)]() mutable {
+    tid.set_value(gettid());
     const sched_param priority{};
     sched_setscheduler(0, SCHED_IDLE, &priority);
     while (!stop_.load(std::memory_order_relaxed)) monotonic_ns();
   }));
+  started_.push_back({started.get(), cpu});
   if (cpu >= 0) {
     set_thread_affinity(&threads_.back(), cpu);
     return;

@@ -20,11 +20,17 @@ class Spinners {
   // Starts a thread that spins on `cpu`; -1: on any.
   void Start(int cpu);
 
-  size_t size() const { return threads_.size(); }
+  // The thread's number and its CPU, -1: any.
+  struct Thread {
+    int tid;
+    int cpu;
+  };
+  const std::vector<Thread>& threads() const { return started_; }
 
  private:
   std::atomic<bool> stop_{false};
   std::vector<std::thread> threads_;
+  std::vector<Thread> started_;
 };
 
 }  // namespace velmo

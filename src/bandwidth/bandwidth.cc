@@ -50,7 +50,9 @@ void Bandwidth::Measure(const Mix& mix) {
 
   std::optional<Progress> progress;
   progress.emplace(Phase{.label = "Preparing the load"});
-  LoadTeam team(Load(mix), LoadCpus(), Regions());
+  LoadSpec load = Load(mix);
+  if (config_.use_pa_set) load.passes = config_.use_pa;
+  LoadTeam team(load, LoadCpus(), Regions());
   team.Park();
   progress.emplace(Phase{.label = "Measuring bandwidth",
                          .left = config_.use_pa_set ? 0.0 : config_.iter,

@@ -19,8 +19,8 @@ constexpr int64_t kMiB = int64_t{1} << 20;
 // Region of a load thread on memory whose free size is not known.
 constexpr int64_t kDeviceRegion = 100 * kMiB;
 
-// Fewer blocks than these in a second of a thread, and no figure tells the load.
-constexpr double kFewBlocks = 100;
+// Fewer delays than these in a second of a thread, and no figure tells the load.
+constexpr int kFewDelays = 100;
 
 std::vector<int> sorted_unique(std::vector<int> values) {
   std::sort(values.begin(), values.end());
@@ -169,13 +169,15 @@ void LoadBench::EnsurePass(const std::vector<Mix>& mixes, int64_t free) {
 }
 
 void LoadBench::WarnOfDelay(const LoadPlan& plan) const {
-  if (plan.kernel == nullptr || config_.bw_delay <= 0) return;
-  const double blocks = 1e3 * kTurnsPerMs / config_.bw_delay;  // a second
-  if (blocks >= kFewBlocks) return;
-  const double block = static_cast<double>(plan.pass_bytes) / kBlocksPerPass;
+  if (config_.bw_delay <= 0) return;
+  const double delays = 1e3 * kTurnsPerMs / config_.bw_delay;  // a second
+  if (delays >= kFewDelays) return;
+  // The generic loop has one a pass.
+  const double step =
+      static_cast<double>(plan.pass_bytes) / (plan.kernel != nullptr ? kBlocksPerPass : 1);
   Warn() << "A delay of " << config_.bw_delay << " turns leaves each load thread about "
-         << std::lround(blocks * block)
-         << " Byte a second, too few for MB/s to tell. Choose a smaller one with -D\n";
+         << std::lround(delays * step) << " Byte a second in fewer than " << kFewDelays
+         << " steps, too coarse for MB/s to tell. Choose a smaller one with -D\n";
 }
 
 void LoadBench::WarnOfLoad(const std::vector<Mix>& mixes, bool delayed) {
@@ -188,8 +190,9 @@ void LoadBench::WarnOfLoad(const std::vector<Mix>& mixes, bool delayed) {
     touched = std::min(touched, regions * buf_size_ * (thread_num_ - 1));
     if (plan.kernel == nullptr && delayed && !std::exchange(told, true)) {
       Warn() << "The ratio " << mix.read << ":" << mix.write << " has no kernel of its own: the "
-             << "delay comes once in " << kBlocksPerPass << " units of it and hardly lowers the "
-             << "load\n";
+             << "delay comes once in " << kBlocksPerPass << " units of it, not after every "
+             << kBlockLines * kLineBytes << " bytes, and lowers the load far less than that of a "
+             << "mix with one\n";
     }
   }
   // A size that was given may be a few bytes more than whole lines.
@@ -220,8 +223,7 @@ LoadSpec LoadBench::Load(const Mix& mix) const {
   return {.mix = mix,
           .full = config_.full,
           .delay = static_cast<uint32_t>(config_.bw_delay),
-          .stride = config_.stride,
-          .passes = config_.use_pa_set ? config_.use_pa : 0};
+          .stride = config_.stride};
 }
 
 LoadSetup LoadBench::Setup() const {

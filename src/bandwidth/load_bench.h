@@ -37,12 +37,13 @@ class LoadBench : public Bench {
 
   // Sets buf_size_: the configured size or an equal share of what `free` bytes leave beside the
   // `reserved` ones (no matter for devices), in any case enough for one pass of every mix. exit(1)
-  // when that does not fit, or when a configured size is beyond the machine's memory.
+  // when that does not fit, or when a configured size is beyond the machine's memory or what its
+  // control groups leave.
   void SizeBuffers(const std::vector<Mix>& mixes, int64_t free, int64_t reserved);
 
   // Warns of what in the load of `mixes` would measure something else than memory under that load:
-  // regions that the caches hold, a delay that leaves next to none of it and, told once a run of
-  // `delayed` load, one that hardly lowers it.
+  // regions that the caches hold, a delay that leaves too few steps of it and, told once a run of
+  // `delayed` load, one that comes rarely.
   void WarnOfLoad(const std::vector<Mix>& mixes, bool delayed);
 
   // Every buffer is mapped and first touched on the CPU that will use it. In a physical range the
@@ -50,7 +51,7 @@ class LoadBench : public Bench {
   void AllocBuffers(int64_t first_offset);
   void ReleaseBuffers() { bufs_.clear(); }
 
-  // The mix of the configuration, and the load that it means.
+  // The mix of the configuration, and the load that it means, until it is stopped.
   Mix ConfiguredMix() const;
   LoadSpec Load(const Mix& mix) const;
 

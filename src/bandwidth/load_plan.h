@@ -38,8 +38,8 @@ struct LoadPlan {
 // Turns of the delay in a millisecond at 2 GHz, about one a cycle; fewer than most processors make.
 inline constexpr int32_t kTurnsPerMs = 2'000'000;
 
-// Blocks of a pass that takes about a millisecond at most, whatever the delay behind each: a longer
-// one would make samples of the counter swing, and a stop wait for its end.
+// Blocks of a pass that takes about a millisecond at most, or as long as one delay, behind each: a
+// longer one would make samples of the counter swing, and a stop wait for its end.
 int32_t blocks_of_pass(uint32_t delay);
 
 // What a load thread does.

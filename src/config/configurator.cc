@@ -12,10 +12,7 @@ void Configurator::InputArguments(int argc, char** argv) {
   std::cout << std::fixed;
   std::cout.precision(2);
   ClockTest();
-
-  // Sapphire/Emerald Rapids up to this stepping measure without the spinning threads.
-  constexpr int32_t kModelWithoutSpinners = 0xCF;
-  if (cpu_info.model == kModelWithoutSpinners && cpu_info.stepping <= 2) node_spinners = false;
+  if (!cpu_info.WantsAwakeNodes()) node_spinners = false;
 }
 
 bool Configurator::HasCpus(int node) const {

@@ -86,15 +86,8 @@ void Latency::LowerSize() {
   WarnIfLowered("Memory size", wanted, config_.mem_size);
 }
 
-// One spinning thread a node, away from the measuring core where the node has another.
 void Latency::StartSpinners(const NumaInfo::cpu_ctx& measuring) {
-  for (const auto& cpus : config_.node_cpus) {
-    if (cpus.empty()) continue;
-    const auto other_core = std::find_if(cpus.begin(), cpus.end(), [&](const auto& cpu) {
-      return cpu.core_id != measuring.core_id;
-    });
-    StartSpinner(other_core != cpus.end() ? &*other_core : nullptr);
-  }
+  for (const auto* cpu : cpus_to_keep_awake(config_.node_cpus, measuring)) StartSpinner(cpu);
 }
 
 void Latency::PrintSetup(const NumaInfo::cpu_ctx& cpu) const {

@@ -83,20 +83,23 @@ void LoadedLatency::ChooseCpus() {
 }
 
 LoadedPoint LoadedLatency::MeasureLoaded(unsigned int delay) {
-  // Laid, and the regions flushed, once a target.
-  const bool fresh = results_.empty();
   LatWorker worker(chase_);
   worker.SetMem(lat_buffer_.data(), lat_size_);
-  worker.InitParameter(chase_.pattern, true, !fresh);
+  worker.InitParameter(chase_.pattern, true, !IsFirstPoint());
   PointSpec spec{.latency = worker.spec_,
-                 .load = Load(ConfiguredMix()),
+                 .load = PointLoad(delay),
                  .load_cpus = LoadCpus(),
                  .ramp_up = {.window = ramp_up_, .most = ramp_up_},
                  .stretch = WatchStretch({})};
   spec.latency.delay_ns = 0;
-  spec.load.delay = delay;
-  spec.load.flush = fresh;
   return MeasurePoint(lat_buffer_.data(), Regions(), spec, config_.tsc_freq);
+}
+
+LoadSpec LoadedLatency::PointLoad(unsigned int delay) const {
+  LoadSpec load = Load(ConfiguredMix());
+  load.delay = delay;
+  load.flush = IsFirstPoint();
+  return load;
 }
 
 LoadedLatency::Result LoadedLatency::Measure(unsigned int delay) {

@@ -29,6 +29,9 @@ class LoadedLatency : public LoadBench {
   // that is lowered; of a physical range to a fixed size. exit(1) where nothing is left.
   void SizeLatencyBuffer(int64_t free);
 
+  // The load of the next point, whose delay is `delay`; it runs until the point is measured.
+  LoadSpec PointLoad(unsigned int delay) const;
+
   double ramp_up_ = 5;  // s of load before the latency is measured
   std::vector<Result> results_;
   int64_t lat_size_ = 0;  // bytes of the latency buffer
@@ -36,6 +39,9 @@ class LoadedLatency : public LoadBench {
  private:
   void MeasureTarget();
   void ChooseCpus();
+
+  // The chain is laid, and the regions of the load are flushed, once a target.
+  bool IsFirstPoint() const { return results_.empty(); }
 
   // Measures the points of a target whose CPUs and buffers are ready.
   void Sweep();

@@ -44,34 +44,28 @@ LoadedPoint MeasurePoint(const void* chain, const std::vector<LoadRegions>& regi
   team.Park();
   Gate pinned;
   Gate gate;
-  Gate done;
-  int tid = 0;
+  double load = 0;  // bytes per second
   std::thread measuring = start_thread([&] {
     // A thread that is pinned asleep is moved when it wakes, which must not be in the stretch.
     pinned.Wait();
-    tid = gettid();
     point.samples = PrepareSamples(spec.latency);
     gate.Wait();
+    // Nobody has to wake for the ends of the stretch: on busy CPUs that takes as long as the chase.
+    if (spec.stretch.begin) {
+      std::vector<WatchedThread> threads = team.threads();
+      threads.push_back({gettid(), spec.latency.cpu});
+      spec.stretch.begin(threads);
+    }
+    SampleAll(team);
     MeasureLatency(chain, spec.latency, point.samples);
-    done.Wait();  // who looks at this thread finds it still there
+    load = SampleAll(team);
+    if (spec.stretch.end) spec.stretch.end();
   });
   set_thread_affinity(&measuring, spec.latency.cpu);
   pinned.Open();
   team.OpenGate();
   AwaitSteadyLoad(team, spec.ramp_up);
-
-  if (spec.stretch.begin) {
-    gate.AwaitArrival(1);
-    std::vector<WatchedThread> threads = team.threads();
-    threads.push_back({tid, spec.latency.cpu});
-    spec.stretch.begin(threads);
-    SampleAll(team);
-  }
   gate.Open();
-  done.AwaitArrival(1);
-  const double load = SampleAll(team);
-  if (spec.stretch.end) spec.stretch.end();
-  done.Open();
   measuring.join();
   team.Stop();
   point.bandwidth = (load + kBytesPerLoad * 1e9 / point.samples.average) * 1e-6;

@@ -104,6 +104,18 @@ int64_t memory_limit(const std::string& folder) {
   return bytes >= kNone ? -1 : bytes;
 }
 
+// "QUOTA PERIOD" in version 2, two files in version 1.
+double cpu_quota(const std::string& folder) {
+  const std::string both = first_line(folder + "/cpu.max");
+  const size_t blank = std::min(both.find(' '), both.size());
+  const std::string quota = both.empty() ? first_line(folder + "/cpu.cfs_quota_us") : both;
+  const std::string period = both.empty() ? first_line(folder + "/cpu.cfs_period_us")
+                                          : both.substr(std::min(blank + 1, both.size()));
+  const double us = static_cast<double>(leading_number(quota).value_or(-1));
+  const auto of = static_cast<double>(leading_number(period).value_or(0));
+  return us < 0 || of <= 0 ? -1 : us / of;
+}
+
 std::optional<int64_t> memory_left(const std::string& root) {
   std::optional<int64_t> least;
   for (const std::string& folder : cgroup_folders("memory", root)) {

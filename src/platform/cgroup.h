@@ -19,6 +19,9 @@ std::vector<std::string> cgroup_folders(const std::string& controller,
 // Bytes that the group in `folder` ("memory") may take; -1: it has no limit.
 int64_t memory_limit(const std::string& folder);
 
+// CPUs' worth of time that the group in `folder` ("cpu") may take; -1: it has no limit.
+double cpu_quota(const std::string& folder);
+
 // Bytes that this process can still take without meeting such a limit, at which the kernel ends
 // processes; page cache counts as free. None: there is no limit.
 std::optional<int64_t> memory_left(const std::string& root = {});

@@ -33,10 +33,15 @@ OtherTicks other_ticks(const std::vector<ThreadSpan>& spans, const CpuTime& befo
   return {std::max(seconds - 2 * kTickSeconds, 0.0), seconds + 2 * kTickSeconds};
 }
 
-Reading longest_wait(const std::vector<ThreadSpan>& spans) {
-  Reading longest;
-  for (const ThreadSpan& span : spans) longest = larger_of(longest, span.waited_seconds);
-  return longest;
+// Whether what the thread missed, but for what the host and interrupts took, was a wait or a pause.
+void add_missing(const ThreadSpan& span, const Reading& missing, Reading& waited,
+                 CpuAccount& account) {
+  if (span.awake) {
+    waited = larger_of(waited, sum_of(span.waited_seconds, missing));
+  } else {
+    waited = larger_of(waited, span.waited_seconds);
+    account.paused_seconds = larger_of(account.paused_seconds, missing);
+  }
 }
 
 }  // namespace
@@ -50,13 +55,13 @@ Reading ThreadSpan::MissingSeconds() const {
 CpuAccount account_for(const std::vector<ThreadSpan>& spans, const CpuTime* before,
                        const CpuTime* after) {
   CpuAccount account;
-  const Reading waited = longest_wait(spans);
+  Reading waited;  // the longest of a thread
   if (before == nullptr || after == nullptr) {
     account.stolen_seconds.reason = "no times of the CPU in /proc/stat";
-    account.other_work_seconds = waited;
     for (const ThreadSpan& span : spans) {
-      account.paused_seconds = larger_of(account.paused_seconds, span.MissingSeconds());
+      add_missing(span, span.MissingSeconds(), waited, account);
     }
+    account.other_work_seconds = waited;
     return account;
   }
 
@@ -71,8 +76,7 @@ CpuAccount account_for(const std::vector<ThreadSpan>& spans, const CpuTime* befo
     const double by_interrupts = part_of(missing.value - by_host, interrupt_ticks);
     stolen = std::max(stolen, by_host);
     interrupts = std::max(interrupts, by_interrupts);
-    account.paused_seconds = larger_of(account.paused_seconds,
-                                       {missing.value - by_host - by_interrupts, missing.reason});
+    add_missing(span, {missing.value - by_host - by_interrupts, missing.reason}, waited, account);
   }
   account.stolen_seconds.value = stolen;
 

@@ -13,7 +13,8 @@ namespace velmo {
 struct ThreadSpan {
   double wall_seconds = 0;
   Reading cpu_seconds;     // that it ran
-  Reading waited_seconds;  // that it could have run, but did not
+  Reading waited_seconds;  // that it could have run, but did not; without a wait that still lasts
+  bool awake = false;      // it never gave its CPU up by itself: it neither slept nor was stopped
 
   // That it neither ran nor could have, or its CPU was gone with it.
   Reading MissingSeconds() const;
@@ -33,7 +34,7 @@ struct CpuAccount {
 // What a thread waited is known to the nanosecond, and so is what it missed; the ticks of the CPU
 // tell why. A thread that waited while its CPU was idle used its quota up: that is no other work.
 // What it missed was stolen, where the host tells of that, as far as the ticks allow it, else
-// interrupts, else a pause.
+// interrupts, else a pause; of a thread that was awake, a wait whose end the kernel did not see yet.
 CpuAccount account_for(const std::vector<ThreadSpan>& spans, const CpuTime* before,
                        const CpuTime* after);
 

@@ -28,4 +28,10 @@ void CpuInfo::GetCpuInfo() {
   stepping = static_cast<int32_t>(id.eax & 0x0F);
 }
 
+// Sapphire/Emerald Rapids up to this stepping measure without spinning threads.
+bool CpuInfo::WantsAwakeNodes() const {
+  constexpr int32_t kModelWithout = 0xCF;
+  return model != kModelWithout || stepping > 2;
+}
+
 }  // namespace velmo

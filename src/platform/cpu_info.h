@@ -29,6 +29,9 @@ class CpuInfo {
 
   // Fills the three fields from leaves 0 and 1.
   void GetCpuInfo();
+
+  // Whether one CPU of every node is to be kept awake while this processor measures.
+  bool WantsAwakeNodes() const;
 };
 
 }  // namespace velmo

@@ -170,4 +170,16 @@ const NumaInfo::cpu_ctx& measuring_cpu(const std::vector<NumaInfo::cpu_ctx>& cpu
   return other_core != cpus.end() ? *other_core : first;
 }
 
+std::vector<const NumaInfo::cpu_ctx*> cpus_to_keep_awake(
+    const std::vector<std::vector<NumaInfo::cpu_ctx>>& nodes, const NumaInfo::cpu_ctx& measuring) {
+  std::vector<const NumaInfo::cpu_ctx*> awake;
+  for (const auto& cpus : nodes) {
+    if (cpus.empty()) continue;
+    const auto other_core = std::find_if(
+        cpus.begin(), cpus.end(), [&](const auto& cpu) { return !same_core(cpu, measuring); });
+    awake.push_back(other_core != cpus.end() ? &*other_core : nullptr);
+  }
+  return awake;
+}
+
 }  // namespace velmo

@@ -98,4 +98,9 @@ bool same_core(const NumaInfo::cpu_ctx& a, const NumaInfo::cpu_ctx& b);
 // hyper-thread sibling of it where there is another.
 const NumaInfo::cpu_ctx& measuring_cpu(const std::vector<NumaInfo::cpu_ctx>& cpus);
 
+// The CPUs, one of each of `nodes` that has any, to keep awake while `measuring` measures: not of
+// its core; null for a node that has no other.
+std::vector<const NumaInfo::cpu_ctx*> cpus_to_keep_awake(
+    const std::vector<std::vector<NumaInfo::cpu_ctx>>& nodes, const NumaInfo::cpu_ctx& measuring);
+
 }  // namespace velmo

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <set>
 
+#include "app/clock.h"
 #include "platform/cgroup.h"
 #include "platform/cpu_account.h"
 #include "platform/prefetch.h"
@@ -12,6 +13,9 @@
 
 namespace velmo {
 namespace {
+
+// Until threads that wait for their CPUs run again, in ns.
+constexpr long kLongestWait = 10'000'000;
 
 Reading smaller_of(const Reading& a, const Reading& b) {
   return combine(a, b, [](double x, double y) { return std::min(x, y); });
@@ -43,6 +47,7 @@ void Watch::Start(WatchSettings settings) {
 }
 
 WatchRecord Watch::Stop() {
+  AwaitRunning();
   Snapshot after;
   ReadThreads(after);
   ReadMachine(after);
@@ -54,6 +59,21 @@ WatchRecord Watch::Stop() {
   CompareOthers(after, record);
   CompareMachine(after, record);
   return record;
+}
+
+// The kernel counts a wait when it ends: of a thread that waits now, it would seem lost for no
+// reason.
+void Watch::AwaitRunning() const {
+  const long deadline = monotonic_ns() + kLongestWait;
+  for (const WatchedThread& thread : settings_.threads) {
+    double wall = 0;
+    double first = 0;
+    double ran = 0;
+    from_.clocks(thread.tid, wall, first);
+    do {
+      from_.clocks(thread.tid, wall, ran);
+    } while (ran == first && monotonic_ns() < deadline);
+  }
 }
 
 void Watch::ReadThreads(Snapshot& snapshot) {
@@ -68,6 +88,10 @@ void Watch::ReadMachine(Snapshot& snapshot) const {
   std::string text;
   if (!read_text(stat, text)) snapshot.times_failure = stat + ": " + std::strerror(errno);
   snapshot.times = parse_cpu_times(text);
+  for (const WatchedThread& thread : settings_.spinning) {
+    double ignored = 0;
+    from_.clocks(thread.tid, ignored, snapshot.spun_seconds[thread.cpu]);
+  }
   for (const WatchedThread& thread : settings_.threads) {
     const auto [at, added] = snapshot.cpus.try_emplace(thread.cpu);
     if (added) at->second = read_cpu_counters(thread.cpu, from_.root, from_.msr);
@@ -105,9 +129,10 @@ void Watch::CompareCpus(const Snapshot& after, WatchRecord& record) const {
   for (size_t i = 0; i < probes_.size(); ++i) {
     const ThreadCounters& a = before_.threads[i];
     const ThreadCounters& b = after.threads[i];
-    spans[settings_.threads[i].cpu].push_back({b.wall_seconds - a.wall_seconds,
-                                               risen(a.cpu_seconds, b.cpu_seconds),
-                                               risen(a.waited_seconds, b.waited_seconds)});
+    const Reading given_up = risen(a.voluntary_switches, b.voluntary_switches);
+    spans[settings_.threads[i].cpu].push_back(
+        {b.wall_seconds - a.wall_seconds, risen(a.cpu_seconds, b.cpu_seconds),
+         risen(a.waited_seconds, b.waited_seconds), given_up.known() && given_up.value == 0});
   }
   record.cpus = static_cast<int>(spans.size());
   for (const auto& [cpu, threads] : spans) {
@@ -155,7 +180,13 @@ void Watch::CompareOthers(const Snapshot& after, WatchRecord& record) const {
   for (const auto& [cpu, time] : after.times) {
     const CpuTime* const earlier = find_time(before_.times, cpu);
     if (own.contains(cpu) || earlier == nullptr) continue;
-    const double seconds = kTickSeconds * static_cast<double>(time.busy - earlier->busy);
+    double seconds = kTickSeconds * static_cast<double>(time.busy - earlier->busy);
+    if (const auto spun = after.spun_seconds.find(cpu); spun != after.spun_seconds.end()) {
+      // What the host took from a CPU that had no work but to spin, it took from nobody.
+      seconds -= kTickSeconds * static_cast<double>(time.stolen - earlier->stolen);
+      seconds -= spun->second - before_.spun_seconds.at(cpu);
+      seconds = std::max(seconds, 0.0);
+    }
     ++record.other_cpus;
     record.other_cpus_busy_seconds.value += seconds;
     if (record.busiest_cpu >= 0 && seconds <= record.busiest_cpu_seconds.value) continue;

@@ -34,6 +34,8 @@ struct WatchSettings {
   std::vector<WatchedThread> threads;  // begun before Start, not ended before Stop
   std::vector<int> helper_cpus;        // CPUs that are busy on velmo's behalf besides
   std::vector<int> nodes;              // memory nodes
+  // Threads that keep other CPUs awake: all but their time there is work of others.
+  std::vector<WatchedThread> spinning = {};
 };
 
 struct WatchSources {
@@ -79,7 +81,7 @@ struct WatchRecord {
 
   // Of the machine.
   int other_cpus = 0;               // online, without helper_cpus
-  Reading other_cpus_busy_seconds;  // all together
+  Reading other_cpus_busy_seconds;  // all together, without the spinning threads
   Reading busiest_cpu_seconds;      // the busiest of them
   int busiest_cpu = -1;             // its number
   Reading cpu_pressure_seconds;     // as MachineCounters has them
@@ -100,7 +102,7 @@ class Watch {
   // Call it last before the stretch; the calling thread may be a watched one.
   void Start(WatchSettings settings);
 
-  // Call it first behind the stretch.
+  // Call it first behind the stretch. Takes up to 10 ms where threads wait for their CPUs.
   WatchRecord Stop();
 
  private:
@@ -109,11 +111,13 @@ class Watch {
     std::vector<ThreadCounters> threads;  // in the order of the settings
     std::map<int, CpuCounters> cpus;      // those of the threads
     std::map<int, CpuTime> times;         // all
+    std::map<int, double> spun_seconds;   // by CPU
     std::string times_failure;            // why there are none
     MachineCounters machine;
     std::vector<Reading> free_bytes;
   };
 
+  void AwaitRunning() const;
   void ReadThreads(Snapshot& snapshot);
   void ReadMachine(Snapshot& snapshot) const;
   void CompareThreads(const Snapshot& after, WatchRecord& record) const;

@@ -19,6 +19,7 @@ struct Rule {
   // much less. The limit of a stretch is the larger of the two.
   double grain;
   Reading (*value)(const WatchRecord& record);
+  bool of_others = false;  // an average over the other CPUs: the grain is that of them all together
 };
 
 constexpr char kClock[] = "clock";
@@ -42,7 +43,8 @@ constexpr Rule kRules[] = {
     {"busy_cpus", "%", 5, 2,
      [](const WatchRecord& r) {
        return percent(r, r.other_cpus_busy_seconds, std::max(r.other_cpus, 1));
-     }},
+     },
+     true},
     {"busy_cpus", "% of a CPU", 50, 2,
      [](const WatchRecord& r) { return percent(r, r.busiest_cpu_seconds); }},
     {"quota", "", 0, 0, [](const WatchRecord& r) { return r.throttled_periods; }},
@@ -78,7 +80,8 @@ std::vector<BrokenRule> broken_rules(const WatchRecord& record,
   if (!(record.seconds > 0)) return broken;
   for (const Rule& rule : kRules) {
     const Reading value = rule.value(record);
-    const double limit = std::max(rule.limit, rule.grain / record.seconds);
+    const int cpus = rule.of_others ? std::max(record.other_cpus, 1) : 1;
+    const double limit = std::max(rule.limit, rule.grain / (record.seconds * cpus));
     const bool again = !broken.empty() && broken.back().rule == rule.name;
     if (value.known() && value.value > limit && !again) {
       broken.push_back({rule.name, value.value, limit, rule.unit});

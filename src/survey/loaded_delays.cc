@@ -18,6 +18,10 @@ double share_of(int point, int points) {
   return 1 - std::pow(x, 1.8);
 }
 
+double median_of_three(double a, double b, double c) {
+  return std::max(std::min(a, b), std::min(std::max(a, b), c));
+}
+
 }  // namespace
 
 double probe_load(const LoadSpec& load, const std::vector<int>& cpus,
@@ -29,14 +33,28 @@ double probe_load(const LoadSpec& load, const std::vector<int>& cpus,
 }
 
 std::vector<int64_t> choose_delays(const std::function<double(int64_t)>& bandwidth_at, int points) {
-  // Probed from light to full load; what noise makes rise is levelled.
+  const auto thrice = [&](int64_t delay) {
+    const double first = bandwidth_at(delay);
+    const double second = bandwidth_at(delay);
+    return median_of_three(first, second, bandwidth_at(delay));
+  };
+  // Probed from light to full load. A probe takes milliseconds, in which a host may do much: one
+  // that lies outside of its neighbours is replaced, the ends by more probes.
+  std::vector<std::pair<int64_t, double>> probes = {{kIdleDelay, thrice(kIdleDelay)}};
+  for (int64_t delay = kIdleDelay / 2; delay >= 4; delay /= 2) {
+    probes.emplace_back(delay, bandwidth_at(delay));
+  }
+  const double full = thrice(0);
+  // What noise still makes rise is levelled.
   std::vector<std::pair<int64_t, double>> curve;
   double most = 0;
-  for (int64_t delay = kIdleDelay; delay >= 4; delay /= 2) {
-    most = std::max(most, bandwidth_at(delay));
-    curve.emplace_back(delay, most);
+  for (size_t i = 0; i < probes.size(); ++i) {
+    const double lighter = probes[i > 0 ? i - 1 : i].second;
+    const double heavier = i + 1 < probes.size() ? probes[i + 1].second : full;
+    most = std::max(most, median_of_three(lighter, probes[i].second, heavier));
+    curve.emplace_back(probes[i].first, most);
   }
-  const double peak = std::max(most, bandwidth_at(0));
+  const double peak = std::max(most, full);
   std::vector<int64_t> delays = {0};
   for (int point = 1; point + 1 < points; ++point) {
     const double wanted = share_of(point, points) * peak;

@@ -69,18 +69,6 @@ Json strictest(const std::vector<std::string>& folders, const char* controller, 
   return least < 0 ? Json("none") : Json(least);
 }
 
-// CPUs' worth of time of a group: "QUOTA PERIOD" in version 2, two files in version 1.
-double cpu_quota(const std::string& folder) {
-  const std::string both = first_line(folder + "/cpu.max");
-  const size_t blank = std::min(both.find(' '), both.size());
-  const std::string quota = both.empty() ? first_line(folder + "/cpu.cfs_quota_us") : both;
-  const std::string period = both.empty() ? first_line(folder + "/cpu.cfs_period_us")
-                                          : both.substr(std::min(blank + 1, both.size()));
-  const double us = static_cast<double>(leading_number(quota).value_or(-1));
-  const auto of = static_cast<double>(leading_number(period).value_or(0));
-  return us < 0 || of <= 0 ? -1 : us / of;
-}
-
 // The list that holds: that of the nearest group which has one, under either version's name.
 Json cpuset(const std::vector<std::string>& folders, const std::string& version_2,
             const std::string& version_1) {

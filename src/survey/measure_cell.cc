@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "app/clock.h"
+#include "app/spinners.h"
 #include "app/threads.h"
 #include "bandwidth/measure_bandwidth.h"
 #include "latency/summarize.h"
@@ -80,7 +81,8 @@ std::optional<ClockReference> first_clock(const CellPlan& plan, int64_t delay) {
 // Watches one stretch after the other.
 class Watcher {
  public:
-  explicit Watcher(const CellPlan& plan) {
+  Watcher(const CellPlan& plan, const Spinners& spinners) {
+    for (const auto& [tid, cpu] : spinners.threads()) spinning_.push_back({tid, cpu});
     if (plan.sampling_cpu >= 0) helpers_.push_back(plan.sampling_cpu);
     if (plan.memory.node >= 0) nodes_.push_back(plan.memory.node);
     for (const LoadSeat& seat : plan.load) {
@@ -90,7 +92,8 @@ class Watcher {
   }
 
   void Begin(const std::vector<WatchedThread>& threads) {
-    watch_.Start({.threads = threads, .helper_cpus = helpers_, .nodes = nodes_});
+    watch_.Start(
+        {.threads = threads, .helper_cpus = helpers_, .nodes = nodes_, .spinning = spinning_});
   }
   void End() { record_ = watch_.Stop(); }
   StretchObserver Observer() {
@@ -106,6 +109,7 @@ class Watcher {
   Watch watch_;
   std::vector<int> helpers_;
   std::vector<int> nodes_;
+  std::vector<WatchedThread> spinning_;
   WatchRecord record_;
 };
 
@@ -122,20 +126,21 @@ void set_latency(const LatencySamples& samples, const LatencyResult& result, dou
                  Figures& figures) {
   figures[kAverageNs] = result.average;
   if (result.samples == 0) return;
-  figures[kMedianNs] = percentile_ns(samples, result, ticks, 0.5);
-  figures[kP99Ns] = percentile_ns(samples, result, ticks, 0.99);
-  if (result.samples >= static_cast<uint64_t>(kTailSamples)) {
-    figures[kP999Ns] = percentile_ns(samples, result, ticks, 0.999);
+  const std::pair<const char*, double> percentiles[] = {
+      {kMedianNs, 0.5}, {kP99Ns, 0.99}, {kP999Ns, 0.999}};
+  for (const auto& [name, fraction] : percentiles) {
+    if (name == kP999Ns && result.samples < static_cast<uint64_t>(kTailSamples)) continue;
+    const double ns = percentile_ns(samples, result, ticks, fraction);
+    if (ns > 0) figures[name] = ns;  // else the timing took longer than the load
   }
 }
 
-MeasuredRepeat MeasureIdle(const CellPlan& plan, double ticks) {
+MeasuredRepeat MeasureIdle(const CellPlan& plan, Watcher& watcher, double ticks) {
   const Chain chain(plan);
   const LatencySpec spec{
       .warm_up = kWarmUp, .loads = kLoads, .samples = kSamples, .cpu = plan.latency_cpu};
   MeasuredRepeat measured;
   LatencySamples samples;
-  Watcher watcher(plan);
   run_pinned({plan.latency_cpu}, [&](size_t) {
     samples = PrepareSamples(spec);
     watcher.Begin({{gettid(), plan.latency_cpu}});
@@ -152,14 +157,13 @@ MeasuredRepeat MeasureIdle(const CellPlan& plan, double ticks) {
   return measured;
 }
 
-MeasuredRepeat MeasureStep(const CellPlan& plan) {
+MeasuredRepeat MeasureStep(const CellPlan& plan, Watcher& watcher) {
   const Chain chain(plan);
   // One lap brings into the caches what they hold, others tell how many more take long enough to be
   // watched, so that every load counts as often as any other. Of a long lap a part is enough: its
   // loads are as far from their last use as those of the rest.
   const auto lap = static_cast<double>(chain.elements());
   MeasuredRepeat measured;
-  Watcher watcher(plan);
   run_pinned({plan.latency_cpu}, [&](size_t) {
     double load_ns = MeasureAverage(chain.data(), chain.elements());
     if (lap * load_ns < kLongLapNs) {
@@ -194,7 +198,8 @@ class Regions {
       if (load.read_step > 0) touch_pages(buffers_[i].data(), bytes_);
       if (load.write_step > 0) touch_pages(buffers_[i].bytes() + bytes_, bytes_);
     });
-    begin_ = load.read_step > 0 ? 0 : bytes_;
+    if (load.read_step > 0) begins_.push_back(0);
+    if (load.write_step > 0) begins_.push_back(bytes_);
     for (const LoadSeat& seat : plan.load) nodes_.push_back(seat.memory.node);
   }
 
@@ -208,17 +213,20 @@ class Regions {
   Placement Where() const {
     Placement all;
     for (size_t i = 0; i < buffers_.size(); ++i) {
-      Placement one = find_placement(buffers_[i].bytes() + begin_, bytes_, nodes_[i], i == 0);
-      if (!one.reason.empty()) return one;
-      all.Add(one);
-      if (i == 0) all.page_size_bytes = one.page_size_bytes;
+      for (const int64_t begin : begins_) {
+        const bool first = i == 0 && begin == begins_.front();
+        Placement one = find_placement(buffers_[i].bytes() + begin, bytes_, nodes_[i], first);
+        if (!one.reason.empty()) return one;
+        all.Add(one);
+        if (first) all.page_size_bytes = one.page_size_bytes;
+      }
     }
     return all;
   }
 
  private:
   int64_t bytes_;
-  int64_t begin_ = 0;  // of the region that is touched for sure
+  std::vector<int64_t> begins_;  // of the regions that are touched, in a buffer
   std::vector<Buffer> buffers_;
   std::vector<int> nodes_;
 };
@@ -238,7 +246,7 @@ std::vector<int> LoadCpus(const CellPlan& plan) {
   return cpus;
 }
 
-MeasuredRepeat MeasureMix(const CellPlan& plan) {
+MeasuredRepeat MeasureMix(const CellPlan& plan, Watcher& watcher) {
   const Regions regions(plan);
   MeasuredRepeat measured;
   measured.repeat.placement = placement_json(regions.Where());
@@ -249,7 +257,6 @@ MeasuredRepeat MeasureMix(const CellPlan& plan) {
   spec.busy = plan.sampling_cpu >= 0;
   // Without a CPU of its own every sample is taken in the time of a load thread.
   if (!spec.busy) spec = {.intervals = 1, .warm_up = 1, .interval = 0.25, .busy = false};
-  Watcher watcher(plan);
   spec.stretch = watcher.Observer();
   const BandwidthResult result = MeasureBandwidth(team, spec);
   measured.repeat.figures[kBytesPerSecond] = result.average * kBytesPerMb;
@@ -258,7 +265,7 @@ MeasuredRepeat MeasureMix(const CellPlan& plan) {
   return measured;
 }
 
-MeasuredRepeat MeasureCurve(const CellPlan& plan, double ticks) {
+MeasuredRepeat MeasureCurve(const CellPlan& plan, Watcher& watcher, double ticks) {
   const Chain chain(plan);
   const Regions regions(plan);
   PointSpec spec{.latency = {.warm_up = kLoadedWarmUp,
@@ -269,7 +276,6 @@ MeasuredRepeat MeasureCurve(const CellPlan& plan, double ticks) {
                  .load_cpus = LoadCpus(plan),
                  .ramp_up = kRampUp};
   MeasuredRepeat measured;
-  Watcher watcher(plan);
   spec.stretch = watcher.Observer();
   Placement placement = chain.Where(plan.memory.node);
   placement.Add(regions.Where());
@@ -317,10 +323,13 @@ Samples samples_from_json(const Json& json) {
 }  // namespace
 
 MeasuredRepeat measure_cell(const CellPlan& plan, double ticks_per_second) {
-  if (plan.cell.kind == kIdleLatency) return MeasureIdle(plan, ticks_per_second);
-  if (plan.cell.kind == kLatencyBySize) return MeasureStep(plan);
-  if (plan.cell.kind == kBandwidth) return MeasureMix(plan);
-  return MeasureCurve(plan, ticks_per_second);
+  Spinners spinners;
+  for (const int cpu : plan.awake_cpus) spinners.Start(cpu);
+  Watcher watcher(plan, spinners);
+  if (plan.cell.kind == kIdleLatency) return MeasureIdle(plan, watcher, ticks_per_second);
+  if (plan.cell.kind == kLatencyBySize) return MeasureStep(plan, watcher);
+  if (plan.cell.kind == kBandwidth) return MeasureMix(plan, watcher);
+  return MeasureCurve(plan, watcher, ticks_per_second);
 }
 
 Json to_json(const MeasuredRepeat& measured) {

@@ -12,6 +12,7 @@
 #include "app/text.h"
 #include "platform/dax.h"
 #include "platform/text_file.h"
+#include "survey/awake_cpus.h"
 #include "survey/plan_depth.h"
 #include "survey/usable_memory.h"
 
@@ -65,6 +66,7 @@ class Planner {
     if (options_.kinds.contains(kLatencyBySize)) PlanSizes();
     if (options_.kinds.contains(kBandwidth)) PlanBandwidth();
     if (options_.kinds.contains(kLoadedLatency)) PlanLoaded();
+    for (CellPlan& plan : plan_) plan.awake_cpus = awake_cpus(plan, machine_);
     return std::move(plan_);
   }
 

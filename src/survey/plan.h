@@ -34,6 +34,7 @@ struct CellPlan {
   int sampling_cpu = -1;        // that samples a load and has no other work; -1: one of the load's
   int64_t chain_bytes = 0;      // of the buffer with the chain
   std::vector<int> setup_cpus;  // that lay the chain, side by side
+  std::vector<int> awake_cpus;  // that are kept busy, one of a node that would fall asleep
   int64_t region_bytes = 0;     // of each region of a load thread
   std::vector<LoadSeat> load;
   Mix mix{1, 0, 0};
@@ -51,6 +52,7 @@ struct Topology {
   std::vector<int> memory_nodes;                          // with memory that may be used
   std::vector<std::vector<int>> distances;                // from node to node
   Caches caches;                                          // of all usable CPUs
+  bool spinning = false;  // whether CPUs of nodes are to be kept awake
 };
 
 // The machine as this process may use it. exit(1) where nothing can be measured.

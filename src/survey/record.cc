@@ -29,4 +29,9 @@ std::optional<double> median_of(const Summary& summary, std::string_view name) {
   return found->second.median;
 }
 
+bool is_unreached(const Cell& cell) {
+  return cell.state == kFailed && cell.repeats.empty() &&
+         (cell.stopped_by == "time_limit" || cell.stopped_by == kInterrupted);
+}
+
 }  // namespace velmo

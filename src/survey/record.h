@@ -95,15 +95,16 @@ struct Memory {
   bool operator==(const Memory&) const = default;
 };
 
+struct Histogram {
+  std::vector<double> edges;    // in ns, rising; one more than counts
+  std::vector<int64_t> counts;  // of samples at edges[i] and more, below edges[i + 1]
+};
+
 struct Point {
   int64_t delay = 0;  // of the load, in turns
   std::vector<Repeat> repeats;
   Summary summary;
-};
-
-struct Histogram {
-  std::vector<double> edges;    // in ns, rising; one more than counts
-  std::vector<int64_t> counts;  // of samples at edges[i] and more, below edges[i + 1]
+  std::optional<Histogram> histogram_ns = {};
 };
 
 struct Cell {
@@ -147,6 +148,9 @@ std::string memory_text(const Memory& memory);
 
 // The parameter `name` of a cell as text; empty where it has none.
 std::string parameter_text(const Cell& cell, std::string_view name);
+
+// Whether the cell was never begun, for want of time or because the survey was interrupted.
+bool is_unreached(const Cell& cell);
 
 // The median of the figure `name`; none where the summary lacks it.
 std::optional<double> median_of(const Summary& summary, std::string_view name);

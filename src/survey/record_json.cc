@@ -100,6 +100,20 @@ Memory memory_from_json(const Json& json) {
   return memory;
 }
 
+void put_histogram(Json& json, const std::optional<Histogram>& histogram) {
+  if (!histogram) return;
+  json["histogram_ns"] = {{"edges", histogram->edges}, {"counts", histogram->counts}};
+}
+
+std::optional<Histogram> histogram_of(const Json& json) {
+  const auto found = json.find("histogram_ns");
+  if (found == json.end()) return std::nullopt;
+  Histogram histogram;
+  for (const Json& edge : found->at("edges")) histogram.edges.push_back(finite(edge));
+  for (const Json& count : found->at("counts")) histogram.counts.push_back(whole<int64_t>(count));
+  return histogram;
+}
+
 Cell cell_from_json(const Json& json) {
   Cell cell;
   cell.kind = json.at("kind").get<std::string>();
@@ -115,17 +129,11 @@ Cell cell_from_json(const Json& json) {
     for (const Json& point : json.at("points")) {
       cell.points.push_back({whole<int64_t>(point.at("delay")),
                              repeats_from_json(point.at("repeats")),
-                             summary_from_json(point.at("summary"))});
+                             summary_from_json(point.at("summary")), histogram_of(point)});
     }
   }
   cell.summary = summary_from_json(json.at("summary"));
-  if (const auto found = json.find("histogram_ns"); found != json.end()) {
-    Histogram& histogram = cell.histogram_ns.emplace();
-    for (const Json& edge : found->at("edges")) histogram.edges.push_back(finite(edge));
-    for (const Json& count : found->at("counts")) {
-      histogram.counts.push_back(whole<int64_t>(count));
-    }
-  }
+  cell.histogram_ns = histogram_of(json);
   cell.stopped_by = json.at("stopped_by").get<std::string>();
   cell.state = json.at("state").get<std::string>();
   cell.message = get_or<std::string>(json, "message", "");
@@ -225,17 +233,16 @@ Json to_json(const Cell& cell) {
   if (cell.kind == kLoadedLatency) {
     json["points"] = Json::array();
     for (const Point& point : cell.points) {
-      json["points"].push_back({{"delay", point.delay},
-                                {"repeats", to_json(point.repeats)},
-                                {"summary", to_json(point.summary)}});
+      Json& to = json["points"].emplace_back();
+      to = {{"delay", point.delay},
+            {"repeats", to_json(point.repeats)},
+            {"summary", to_json(point.summary)}};
+      put_histogram(to, point.histogram_ns);
     }
   }
   json["repeats"] = to_json(cell.repeats);
   json["summary"] = to_json(cell.summary);
-  if (cell.histogram_ns) {
-    json["histogram_ns"] = {{"edges", cell.histogram_ns->edges},
-                            {"counts", cell.histogram_ns->counts}};
-  }
+  put_histogram(json, cell.histogram_ns);
   json["stopped_by"] = cell.stopped_by;
   json["state"] = cell.state;
   put(json, "message", cell.message);

@@ -214,16 +214,23 @@ double Runner::SecondsLeft() const {
 // Percentiles and histograms pool the repeats; their intervals are those between the repeats.
 void Runner::Finish(Running& cell) {
   Cell& to = cell.plan.cell;
-  const auto pool = [](const Samples& samples, Summary& summary) {
+  const auto pool = [](const Samples& samples, Summary& summary,
+                       std::optional<Histogram>& histogram) {
+    if (samples.empty()) return;
+    histogram = log_histogram(samples);
     int64_t count = 0;
     for (const auto& [length, samples_of] : samples) count += samples_of;
     const std::pair<const char*, double> figures[] = {
         {kMedianNs, 0.5}, {kP99Ns, 0.99}, {kP999Ns, 0.999}};
     for (const auto& [name, fraction] : figures) {
       const auto found = summary.find(name);
-      if (found == summary.end() || count == 0) continue;
+      if (found == summary.end()) continue;
       Estimate& e = found->second;
       e.median = percentile_ns(samples, fraction);
+      if (e.median == 0) {  // the timing of most took longer than the loads
+        summary.erase(found);
+        continue;
+      }
       e.low = std::min(e.low, e.median);
       e.high = std::max(e.high, e.median);
     }
@@ -233,12 +240,10 @@ void Runner::Finish(Running& cell) {
   const auto counted = [](const Pool& from, const std::vector<Repeat>& repeats) -> const Samples& {
     return mostly_clean(repeats) ? from.clean : from.all;
   };
-  if (const Samples& samples = counted(cell.pool, to.repeats); !samples.empty()) {
-    pool(samples, to.summary);
-    to.histogram_ns = log_histogram(samples);
-  }
+  pool(counted(cell.pool, to.repeats), to.summary, to.histogram_ns);
   for (size_t i = 0; i < to.points.size(); ++i) {
-    pool(counted(cell.point_pools[i], to.points[i].repeats), to.points[i].summary);
+    Point& point = to.points[i];
+    pool(counted(cell.point_pools[i], point.repeats), point.summary, point.histogram_ns);
   }
 
   if (to.state == kFailed) return;
@@ -258,10 +263,8 @@ void Runner::Finish(Running& cell) {
     to.message = std::to_string(cell.failures) + " of " + std::to_string(to.repeats.size()) +
                  " repeats failed: " + std::ranges::find_if(to.repeats, &Repeat::failed)->message;
   }
+  // A pass over a curve is disturbed when a point of it is.
   if (!mostly_clean(to.repeats)) to.state = kDisturbed;
-  for (const Point& point : to.points) {
-    if (!mostly_clean(point.repeats)) to.state = kDisturbed;
-  }
 }
 
 std::vector<Cell> Runner::TakeCells() {

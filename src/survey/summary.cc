@@ -67,10 +67,11 @@ bool is_precise(const std::string& kind, const Summary& summary, double precisio
 }
 
 Histogram log_histogram(const std::map<int64_t, int64_t>& samples) {
-  constexpr int kBins = 8;  // for each doubling
+  constexpr int kBins = 8;         // for each doubling
+  constexpr int kBelowFirst = -1;  // all below 1 ns
   const auto bin_of = [](int64_t tenths) {
-    const double ns = std::max(static_cast<double>(tenths) / 10, 1.0);
-    return static_cast<int>(std::floor(std::log2(ns) * kBins));
+    if (tenths < 10) return kBelowFirst;
+    return static_cast<int>(std::floor(std::log2(static_cast<double>(tenths) / 10) * kBins));
   };
   Histogram histogram;
   if (samples.empty()) return histogram;
@@ -79,7 +80,7 @@ Histogram log_histogram(const std::map<int64_t, int64_t>& samples) {
   histogram.counts.resize(last - first + 1);
   for (const auto& [length, count] : samples) histogram.counts[bin_of(length) - first] += count;
   for (int bin = first; bin <= last + 1; ++bin) {
-    histogram.edges.push_back(std::exp2(static_cast<double>(bin) / kBins));
+    histogram.edges.push_back(bin == kBelowFirst ? 0 : std::exp2(static_cast<double>(bin) / kBins));
   }
   return histogram;
 }

@@ -301,12 +301,14 @@ std::string cell_name(const Cell& cell) {
 }
 
 void write_survey(std::ostream& out, const Survey& survey, const std::string& path) {
-  write_head(out, survey);
-  write_memories(out, survey);
-  write_matrix(out, survey, kIdleLatency, kAverageNs, "", 1, 1, "Idle latency, ns");
-  write_matrix(out, survey, kBandwidth, kBytesPerSecond, "1:0", kGb, 2, "Reads, GB/s");
-  write_loaded(out, survey);
-  write_sizes(out, survey);
+  Survey reached = survey;
+  std::erase_if(reached.cells, is_unreached);
+  write_head(out, reached);
+  write_memories(out, reached);
+  write_matrix(out, reached, kIdleLatency, kAverageNs, "", 1, 1, "Idle latency, ns");
+  write_matrix(out, reached, kBandwidth, kBytesPerSecond, "1:0", kGb, 2, "Reads, GB/s");
+  write_loaded(out, reached);
+  write_sizes(out, reached);
   out << '\n';
   if (!path.empty()) out << "Written: " << path << '\n';
   write_failures(out, survey);

@@ -5,6 +5,8 @@
 #include <algorithm>
 
 #include "app/console.h"
+#include "platform/cgroup.h"
+#include "platform/cpu_info.h"
 #include "platform/usable.h"
 #include "survey/plan.h"
 
@@ -41,6 +43,12 @@ Topology read_topology() {
   }
   std::sort(all.begin(), all.end());
   machine.caches.Read(all);
+  // Spinning would use a quota of CPU time up.
+  CpuInfo processor;
+  processor.GetCpuInfo();
+  const auto groups = cgroup_folders("cpu");
+  machine.spinning = processor.WantsAwakeNodes() &&
+                     std::ranges::none_of(groups, [](const auto& g) { return cpu_quota(g) >= 0; });
   return machine;
 }
 

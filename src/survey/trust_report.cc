@@ -52,7 +52,9 @@ std::map<std::string, std::string> unseen_of(const Survey& survey) {
             seen.insert(name);
           } else if (std::ranges::find(unseen, name, [](auto& u) { return u.first; }) ==
                      unseen.end()) {
-            const std::string reason = reading.value("reason", "");
+            const auto told = reading.find("reason");
+            const bool text = told != reading.end() && told->is_string();
+            const std::string reason = text ? told->get<std::string>() : "";
             const size_t colon = reason.rfind(": ");
             unseen.emplace_back(name, reason.substr(colon == std::string::npos ? 0 : colon + 2));
           }
@@ -88,8 +90,11 @@ void write_failures(std::ostream& out, const Survey& survey) {
       {"small_buffer", "the caches hold a part of the buffer"},
       {"page_size", "smaller pages than asked for"}};
   std::map<std::string, int> marked;
+  std::map<std::string, int> unreached;  // by what stopped them
   for (const Cell& cell : survey.cells) {
-    if (cell.state == kFailed) {
+    if (is_unreached(cell)) {
+      ++unreached[cell.stopped_by];
+    } else if (cell.state == kFailed) {
       write_wrapped(out, "Failed: " + cell_name(cell) + ": " + cell.message);
     }
     for (const std::string& mark : cell.marks) {
@@ -100,6 +105,10 @@ void write_failures(std::ostream& out, const Survey& survey) {
                                                         : mark;
       write_wrapped(out, "Mind: " + cell_name(cell) + ": " + why);
     }
+  }
+  for (const auto& [why, count] : unreached) {
+    out << "Not measured: " << count << (count == 1 ? " cell, " : " cells, ")
+        << (why == kInterrupted ? "it was interrupted\n" : "the time limit came first\n");
   }
   for (const auto& [mark, count] : marked) {
     if (count > 1) out << "Mind: other cells with the same: " << count - 1 << " (" << mark << ")\n";

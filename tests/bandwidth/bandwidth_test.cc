@@ -9,7 +9,7 @@
 #include <regex>
 
 #include "app/console.h"
-#include "support/subprocess.h"
+#include "support/fake_machine.h"
 
 namespace velmo {
 namespace {
@@ -84,7 +84,8 @@ TEST(LoadBench, ChoosesCpusAndKeepsNodesBelowThemAwake) {
       b.StartLoadSpinners();
       std::string cpus;
       for (const int cpu : b.bw_cpus_) cpus += std::to_string(cpu - kHere) + ' ';
-      cpus += "on " + b.bw_numa_str_ + "; " + std::to_string(b.spinners_ ? b.spinners_->size() : 0);
+      cpus += "on " + b.bw_numa_str_ + "; " +
+              std::to_string(b.spinners_ ? b.spinners_->threads().size() : 0);
       b.StopSpinners();
       if (cpus != c.cpus || sched_getcpu() != kHere) _exit(9);
     });
@@ -149,23 +150,31 @@ TEST(LoadBench, SizesBuffers) {
   }
 }
 
-TEST(LoadBench, WarnsOnceOfADelayThatSpoilsTheLoad) {
-  const auto outcome = velmo_test::RunForked([] {
+TEST(LoadBench, WarnsOfADelayThatSpoilsTheLoadAndOfCaches) {
+  const velmo_test::TempDir caches;
+  const auto outcome = velmo_test::RunForked([&] {
     TestBandwidth b;
+    b.caches_.folder_fmt = velmo_test::WriteCache(caches, kHere);
     b.thread_num_ = 2;
     b.bw_cpus_ = {kHere, kHere};
-    b.buf_size_ = kMiB;
-    for (const int delay : {20'000'000, 40'000'000}) {
+    for (const int delay : {20'000'000, 40'000'000, 0}) {
+      b.buf_size_ = delay > 0 ? 4 * kMiB : 2 * kMiB - 1;
       b.config_.bw_delay = delay;
-      b.WarnOfLoad({{1, 0, 0}}, true);
+      for (const Mix& mix : {Mix{1, 0, 0}, Mix{5, 3, 0}}) b.WarnOfLoad({mix}, delay != 20'000'000);
     }
-    for (const bool delayed : {false, true, true}) b.WarnOfLoad({{5, 3, 0}}, delayed);
   });
-  EXPECT_EQ(outcome.err,
-            Warning("A delay of 40000000 turns leaves each load thread about 12800 Byte a second, "
-                    "too few for MB/s to tell. Choose a smaller one with -D") +
-                Warning("The ratio 5:3 has no kernel of its own: the delay comes once in 1024 "
-                        "units of it and hardly lowers the load"));
+  const std::string leaves = "A delay of 40000000 turns leaves each load thread about ";
+  const std::string steps =
+      " Byte a second in fewer than 100 steps, too coarse for MB/s to tell. Choose a smaller one "
+      "with -D";
+  const std::string told = Warning(leaves + "12800" + steps) +
+                           Warning(leaves + "26214400" + steps) + kWarningPrefix + "The ratio 5:3 ";
+  EXPECT_TRUE(outcome.err.starts_with(told)) << outcome;
+  EXPECT_NE(
+      outcome.err.find("256 bytes, and lowers the load far less than that of a mix with one\n" +
+                       (kWarningPrefix + std::string("The load touches 2047 KiB"))),
+      std::string::npos)
+      << outcome;
 }
 
 // What a run on `cpus` with the further options of `set` says; its log is in `dir`.

@@ -46,6 +46,7 @@ Outcome Parse(const std::string& args, Prepare prepare = nullptr) {
     Configurator config;
     machine.Install(config);
     config.clock_test_count = 1000;
+    EXPECT_EQ(config.clock_overhead_limit, 1000);
     config.clock_overhead_limit = 1e9;  // whatever else the machine does meanwhile
     if (prepare != nullptr) prepare(config, machine.files);
     std::string line = "velmo " + args;

@@ -24,7 +24,7 @@ struct TestBench final : Bench {
     config_.memnode_list = {node};
   }
   void Run() override {}
-  using Bench::CheckHoldsStride, Bench::WarnIfCached, Bench::WarnIfLowered;
+  using Bench::CheckHoldsStride, Bench::WarnIfLowered;
 };
 
 TEST(Buffer, OfEachKindIsZeroedAndReleased) {
@@ -129,25 +129,6 @@ TEST(Bench, UsesWhatIsThereAndSaysWhatBoundsIt) {
   EXPECT_EQ(velmo_test::RunForked([] { TestBench::CheckHoldsStride(63, 64); }).err,
             velmo_test::Error("Memory size is smaller than one stride of 64 Byte: 63 Byte. "
                               "Increase it with -m"));
-}
-
-TEST(Bench, WarnsWithBothSizesOfWhatTheCachesHold) {
-  const velmo_test::TempDir caches;
-  for (const auto& [file, text] : {std::pair("level", "3"),
-                                   {"type", "Unified"},
-                                   {"size", "1024K"},
-                                   {"shared_cpu_list", "0-1"}}) {
-    caches.Write(std::string("cpu1/index0/") + file, text);
-  }
-  EXPECT_EQ(velmo_test::RunForked([&] {
-              TestBench bench(kMemNuma);
-              bench.caches_.folder_fmt = caches.path() + "/cpu%d/index%d";
-              bench.WarnIfCached("The load", 4 << 20, {1}, "Nothing");
-              bench.WarnIfCached("The chain", (4 << 20) - 1, {1}, "More");
-            }).err,
-            velmo_test::Warning("The chain touches 4095 KiB of memory, less than 4 times the 1024 "
-                                "KiB of last-level cache of its CPUs: the result is that of "
-                                "caches, in part. More"));
 }
 
 TEST(CpuNode, IsTheOneThatMeasuresLeast) {

@@ -86,7 +86,11 @@ TEST(LoadedLatency, SortsPrintsAndLogsItsPoints) {
     loaded.config_.read = loaded.config_.write = 1;
     loaded.config_.full = loaded.config_.stream = true;
     loaded.bw_cpus_ = {0, 3};
+    loaded.config_.use_pa_set = true;
+    const LoadSpec first = loaded.PointLoad(9);
+    if (first.delay != 9 || first.passes != 0 || !first.flush) _exit(9);
     loaded.results_ = {{4, 20, 100.4, 11, 12, 13, 0}, {0, 1000, 700.6, 21, 22, 23, 0}};
+    if (loaded.PointLoad(9).flush) _exit(8);
     loaded.PrintResult();
   });
   const std::string results =

@@ -42,6 +42,8 @@ TEST(CpuAccount, TellsWhereTheTimeWent) {
   EXPECT_FALSE(blind.stolen_seconds.known());
   EXPECT_NEAR(blind.other_work_seconds.value, 0.1, 1e-9);
   EXPECT_NEAR(blind.paused_seconds.value, 0.15, 1e-9);
+  const CpuAccount awake = account_for({{0.45, {0.2}, {0.1}, true}}, nullptr, nullptr);
+  EXPECT_NEAR(awake.other_work_seconds.value - awake.paused_seconds.value, 0.25, 1e-9);
 }
 
 }  // namespace

@@ -26,7 +26,8 @@ import time
 # Short runs that show every phase; -C 0 and -M 0 spare the search for the nearest CPU node.
 COMMANDS = ("-Y -k 1 -m 64m -i 1", "-Y -C 0 -m 1m -i 1 -V 0", "-X -C 0 -m 1m -i 1 -d 100",
             "-L -C 0 -m 1m -i 1 -d 100", "-Z -C 0 -m 2m -D 0", "-Z -C 0 -m 2m",
-            "-B -Y -Z -C 0 -m 2m -i 1 -D 0", "-B -m 8m -i 1", "-B -z5 -m 8m", "-T -M 0 -m 8m -i 1")
+            "-B -Y -Z -C 0 -m 2m -i 1 -D 0", "-B -m 8m -i 1", "-B -z5 -m 8m", "-T -M 0 -m 8m -i 1",
+            "-B -m 8m -i 1 -D 2000000000")
 OF_LATENCY = COMMANDS[:7]  # which switch the prefetchers off
 SIGNALS = (signal.SIGTSTP, signal.SIGINT, signal.SIGTERM, signal.SIGQUIT)
 # Seconds until the handlers are there, and from the first signal to the end.

@@ -69,6 +69,15 @@ struct FakeMachine {
   TempDir files;
 };
 
+// Caches::folder_fmt of a machine whose `cpu` has a last-level cache of 1 MiB, in `dir`.
+inline std::string WriteCache(const TempDir& dir, int cpu) {
+  const std::string folder = "cpu" + std::to_string(cpu) + "/index0/";
+  for (const auto& [file, text] : {std::pair("level", "3"), {"type", "Unified"}, {"size", "1024K"}})
+    dir.Write(folder + file, text);
+  dir.Write(folder + "shared_cpu_list", std::to_string(cpu));
+  return dir.path() + "/cpu%d/index%d";
+}
+
 // A sparse file that stands in for the msr device of CPU 3 while the object lives.
 struct FakeMsr {
   ~FakeMsr() { velmo::MSR_PATH = previous; }

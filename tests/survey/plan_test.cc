@@ -5,6 +5,7 @@
 #include <set>
 
 #include "support/subprocess.h"
+#include "survey/loaded_delays.h"
 
 namespace velmo {
 namespace {
@@ -21,6 +22,7 @@ constexpr int kCpusOfNode = 32;
 // last-level cache of so many bytes.
 Topology large_machine(int64_t cache_bytes, int sharing) {
   Topology machine;
+  machine.spinning = true;
   machine.node_cpus.resize(kFirst + kCpuNodes + 2);
   machine.distances.assign(machine.node_cpus.size(),
                            std::vector<int>(machine.node_cpus.size(), 21));
@@ -69,6 +71,8 @@ TEST(SurveyPlan, ALargeMachineTakesLessThanAQuarterOfAnHour) {
     for (const CellPlan& p : plan) {
       EXPECT_TRUE(keys.insert(cell_key(p.cell)).second) << cell_key(p.cell);
       EXPECT_TRUE(p.cell.marks.empty());
+      EXPECT_EQ(p.awake_cpus.size(), p.load.empty() ? 8U : p.cell.from.cpu_node ? 7U : 0U);
+      EXPECT_EQ(std::ranges::count(p.awake_cpus, p.latency_cpu), 0);
       if (p.cell.kind == kIdleLatency) {
         EXPECT_GE(p.chain_bytes / 256 * 64, 4 * (mebibytes << 20));
       }
@@ -109,6 +113,17 @@ TEST(SurveyPlan, NodesThatCannotBeUsedAreRefused) {
   options.cpu_nodes = {kFirst + 8};
   EXPECT_EQ(refusal().err,
             Error("--cpu-nodes: no node 908 has CPUs to be used. There is: 900-907"));
+}
+
+// A load that is full up to a delay of 100, and a probe of it that is a fifth too high.
+TEST(LoadedDelays, LieWhereTheCurveBendsWhateverOneProbeSays) {
+  for (int spoiled = 0, probe = 0; spoiled < 20; ++spoiled, probe = 0) {
+    const auto bandwidth_at = [&](int64_t delay) {
+      return std::min(1.0, 100.0 / (delay + 1)) * (probe++ == spoiled ? 1.2 : 1);
+    };
+    const std::vector<int64_t> delays = choose_delays(bandwidth_at, 16);
+    EXPECT_TRUE(delays[2] >= 30 && delays[8] <= 250) << spoiled;
+  }
 }
 
 }  // namespace

@@ -143,6 +143,7 @@ TEST(SurveyRunner, PassesOverACurveKeepItsDelays) {
   ASSERT_EQ(cell.points.size(), 2U);
   EXPECT_EQ(cell.points[1].delay, 50);
   EXPECT_EQ(cell.points[1].repeats.size(), 2U);
+  EXPECT_EQ(cell.points[1].histogram_ns.value_or(Histogram()).counts, std::vector<int64_t>{8000});
   EXPECT_EQ(cell.summary.at(kBytesPerSecond).median, 1000);
   // 8,000 samples have no 99.9th percentile.
   EXPECT_EQ(cell.points[1].summary.count(kP999Ns), 0U);

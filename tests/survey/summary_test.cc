@@ -62,6 +62,7 @@ TEST(SurveySummary, HistogramHoldsEverySampleInItsBin) {
     return histogram.counts.at(above - histogram.edges.begin() - 1);
   };
   EXPECT_EQ(std::accumulate(histogram.counts.begin(), histogram.counts.end(), 0), 15);
+  EXPECT_EQ(histogram.edges[0], 0);
   EXPECT_EQ(at(1234.5), 8);
   EXPECT_EQ(at(80), 6);
 }
