@@ -60,7 +60,4 @@ Topology read_topology();
 // may not be used.
 std::vector<CellPlan> plan_cells(const SurveyOptions& options, const Topology& machine);
 
-// Seconds that the plan takes until every cell has all its repeats.
-double plan_seconds(const std::vector<CellPlan>& plan);
-
 }  // namespace velmo

@@ -1,6 +1,5 @@
 #include "survey/usable_memory.h"
 
-#include <algorithm>
 #include <string>
 
 #include "app/text.h"
@@ -55,9 +54,7 @@ std::optional<int64_t> usable_bytes(const MemoryTarget& memory, PageSize pages) 
   } else {
     bytes = free_bytes(memory);
   }
-  const std::optional<int64_t> left = usable_in_groups();
-  if (bytes < 0) return std::nullopt;
-  return std::min(share_of(bytes), left.value_or(share_of(bytes)));
+  return bytes < 0 ? std::nullopt : std::optional(share_of(bytes));
 }
 
 std::optional<int64_t> usable_in_groups() {

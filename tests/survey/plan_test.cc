@@ -5,6 +5,8 @@
 #include <set>
 
 #include "support/subprocess.h"
+#include "survey/plan_time.h"
+#include "survey/usable_memory.h"
 
 namespace velmo {
 namespace {
@@ -17,8 +19,8 @@ constexpr int kFirst = 900;
 constexpr int kCpuNodes = 8;
 constexpr int kCpusOfNode = 32;
 
-// 8 nodes of 32 CPUs and two without, next to the first and the last; of `sharing` CPUs each a
-// last-level cache of so many bytes.
+// 8 nodes of 32 CPUs, two of a core next to each other, and two without, next to the first and the
+// last; of `sharing` CPUs each a last-level cache of so many bytes.
 Topology large_machine(int64_t cache_bytes, int sharing) {
   Topology machine;
   machine.node_cpus.resize(kFirst + kCpuNodes + 2);
@@ -29,7 +31,7 @@ Topology large_machine(int64_t cache_bytes, int sharing) {
     machine.memory_nodes.push_back(node);
     machine.distances[node][node] = 10;
     for (int cpu = n * kCpusOfNode; n < kCpuNodes && cpu < (n + 1) * kCpusOfNode; ++cpu) {
-      machine.node_cpus[node].push_back({1, cpu, cpu, node});
+      machine.node_cpus[node].push_back({1, cpu, cpu / 2, node});
       if (cpu % sharing == 0) machine.caches.list.push_back({3, "Unified", cache_bytes, {}});
       machine.caches.list.back().cpus.push_back(cpu);
     }
@@ -69,6 +71,9 @@ TEST(SurveyPlan, ALargeMachineTakesLessThanAQuarterOfAnHour) {
     for (const CellPlan& p : plan) {
       EXPECT_TRUE(keys.insert(cell_key(p.cell)).second) << cell_key(p.cell);
       EXPECT_TRUE(p.cell.marks.empty());
+      if (parameter_text(p.cell, "scope") == "one_thread") {
+        EXPECT_NE(p.sampling_cpu / 2, p.load.front().cpu / 2);
+      }
       if (p.cell.kind == kIdleLatency) {
         EXPECT_GE(p.chain_bytes / 256 * 64, 4 * (mebibytes << 20));
       }
@@ -77,6 +82,22 @@ TEST(SurveyPlan, ALargeMachineTakesLessThanAQuarterOfAnHour) {
     EXPECT_EQ(count(plan_cells(options, machine), kLoadedLatency), 10);
     options.depth = Depth::kThorough;
     EXPECT_EQ(count(plan_cells(options, machine), kLoadedLatency), 10 * 3);
+  }
+}
+
+TEST(SurveyPlan, WhereMemoryIsShortAllBuffersAreLowered) {
+  const std::optional<int64_t> usable = usable_bytes({.node = 0}, PageSize::k4K);
+  if (!usable || *usable < int64_t{1} << 30) GTEST_SKIP() << "no memory to tell of";
+  Topology machine{.node_cpus = {{{1, 0, 0, 0}, {1, 1, 1, 0}}},
+                   .memory_nodes = {0},
+                   .distances = {{10}},
+                   .caches = {.list = {{3, "Unified", *usable, {0, 1}}}}};
+  for (const CellPlan& p : plan_cells(all_kinds(), machine)) {
+    if (p.cell.kind == kLatencyBySize) continue;
+    EXPECT_EQ(p.cell.message, "") << cell_key(p.cell);
+    EXPECT_EQ(p.cell.marks, std::vector<std::string>{"small_buffer"});
+    const int64_t regions = p.region_bytes * std::ssize(p.load);
+    EXPECT_LT(p.chain_bytes + regions, *usable + (int64_t{1} << 30)) << cell_key(p.cell);
   }
 }
 
