@@ -13,6 +13,7 @@
 #include "survey/buffer_sizes.h"
 #include "survey/plan_depth.h"
 #include "survey/plan_time.h"
+#include "survey/usable_memory.h"
 
 namespace velmo {
 namespace {
@@ -28,6 +29,8 @@ std::vector<int> cpu_numbers(const std::vector<NumaInfo::cpu_ctx>& cpus) {
   std::sort(numbers.begin(), numbers.end());
   return numbers;
 }
+
+constexpr const char* kLargePages = "large_pages";  // a scope
 
 bool contains(const auto& list, const auto& value) {
   return std::ranges::find(list, value) != list.end();
@@ -149,11 +152,11 @@ class Planner {
   }
 
   void PlanIdle() {
-    const PageSize large = LargePages();
     for (const int node : memory_nodes_) {
       for (const int from : cpu_nodes_) AddIdle(from, {.node = node}, "node", options_.pages);
+      const PageSize large = LargePages(node);
       const bool other = options_.pages == PageSize::k4K && large != PageSize::k4K;
-      if (other) AddIdle(NearestTo(node), {.node = node}, "large_pages", large);
+      if (other) AddIdle(NearestTo(node), {.node = node}, kLargePages, large);
     }
     for (const int from : cpu_nodes_) {
       for (const std::string& path : options_.devices) {
@@ -165,12 +168,14 @@ class Planner {
     }
   }
 
-  // Pages of 2 MiB, as they can be had: from the kernel's transparent ones; else base pages. Pools
-  // may be empty on one node and full on another, and a page that is missing ends a process.
-  static PageSize LargePages() {
+  // Pages of 2 MiB, as they can be had on `node`: the kernel's transparent ones, or those of its
+  // pool; else base pages.
+  static PageSize LargePages(int node) {
     std::string modes;
     const bool known = read_first_line("/sys/kernel/mm/transparent_hugepage/enabled", modes);
-    return known && modes.find("[never]") == std::string::npos ? PageSize::kThp : PageSize::k4K;
+    if (known && modes.find("[never]") == std::string::npos) return PageSize::kThp;
+    const bool in_pool = usable_bytes({.node = node}, PageSize::k2M).value_or(0) > 0;
+    return in_pool ? PageSize::k2M : PageSize::k4K;
   }
 
   void PlanSizes() {
@@ -309,6 +314,13 @@ class Planner {
 
 std::vector<CellPlan> plan_cells(const SurveyOptions& options, const Topology& machine) {
   return Planner(options, machine).Plan();
+}
+
+bool lacks_large_pages(const SurveyOptions& options, const std::vector<CellPlan>& plan) {
+  return options.kinds.contains(kIdleLatency) && options.pages == PageSize::k4K &&
+         std::ranges::none_of(plan, [](const CellPlan& cell) {
+           return parameter_text(cell.cell, "scope") == kLargePages;
+         });
 }
 
 }  // namespace velmo

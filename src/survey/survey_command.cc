@@ -128,6 +128,12 @@ void run_cells(const SurveyOptions& options, double ticks, Survey& survey) {
   const Topology machine = read_topology();
   std::vector<CellPlan> plan = plan_cells(options, machine);
   if (plan.empty()) Fatal() << "There is nothing to measure: no node has both CPUs and memory\n";
+  if (lacks_large_pages(options, plan)) {
+    survey.run_notes["large_pages"] = {
+        {"value", nullptr},
+        {"reason",
+         "transparent huge pages are off (never), and no pool of 2 MiB pages has a free one"}};
+  }
   if (!options.quiet) {
     const double seconds = plan_seconds(plan) * (1 + kExtraShare);
     const bool limited = options.time_limit > 0 && options.time_limit < seconds;
