@@ -90,9 +90,8 @@ void Latency::LowerSize() {
 void Latency::StartSpinners(const NumaInfo::cpu_ctx& measuring) {
   for (const auto& cpus : config_.node_cpus) {
     if (cpus.empty()) continue;
-    const auto other_core = std::find_if(cpus.begin(), cpus.end(), [&](const auto& cpu) {
-      return cpu.core_id != measuring.core_id;
-    });
+    const auto other_core = std::find_if(
+        cpus.begin(), cpus.end(), [&](const auto& cpu) { return !same_core(cpu, measuring); });
     StartSpinner(other_core != cpus.end() ? &*other_core : nullptr);
   }
 }

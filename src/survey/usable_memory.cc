@@ -1,5 +1,6 @@
 #include "survey/usable_memory.h"
 
+#include <algorithm>
 #include <string>
 
 #include "app/text.h"
@@ -27,7 +28,8 @@ std::optional<int64_t> free_in_pool(int node, int64_t page) {
   std::string text;
   if (!read_first_line(path, text)) return std::nullopt;
   const std::optional<long> count = leading_number(text);
-  return count ? std::optional(*count * page) : std::nullopt;
+  constexpr int64_t kMost = int64_t{1} << 60;  // more is damage
+  return count ? std::optional(std::clamp<int64_t>(*count, 0, kMost / page) * page) : std::nullopt;
 }
 
 }  // namespace
