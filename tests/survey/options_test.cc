@@ -21,8 +21,7 @@ SurveyOptions parse(const std::string& line) {
 TEST(SurveyOptions, AreWhatWasAsked) {
   const SurveyOptions options = parse(
       "--thorough --only idle,loaded --cpu-nodes 0-2,5 --device /dev/a --device b --device /dev/a "
-      "--size 3g "
-      "--pages 2m --mixes 2:1,0:1n,2:1 --precision 0.5 --time-limit 1.5h --seed 7 -o -");
+      "--size 3g --pages 2m --mixes 2:1,0:1n,2:1 --precision 0.5 --time-limit 1.5h --seed 7 -o -");
   EXPECT_EQ(options.depth, Depth::kThorough);
   EXPECT_EQ(options.kinds, (std::set<std::string>{kIdleLatency, kLoadedLatency}));
   EXPECT_EQ(options.cpu_nodes, (std::vector<int>{0, 1, 2, 5}));
