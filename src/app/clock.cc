@@ -12,11 +12,4 @@ long monotonic_ns() {
 
 double seconds_since(long start) { return static_cast<double>(monotonic_ns() - start) * 1e-9; }
 
-void usec_sleep(double us) {
-  if (us <= 0.000001) return;
-  const double end = static_cast<double>(monotonic_ns()) + us * 1000;
-  while (end > static_cast<double>(monotonic_ns())) {
-  }
-}
-
 }  // namespace velmo

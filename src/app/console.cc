@@ -7,7 +7,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 
 namespace velmo {
 
@@ -28,6 +27,8 @@ void choose_prefixes() {
   if (unwanted || isatty(STDERR_FILENO) != 1) prefixes = {"[VELMO Warning] ", "[VELMO Error] "};
 }
 
+const char* warning_prefix() { return prefixes.warning; }
+
 const char* error_prefix() { return prefixes.error; }
 
 void init_console() {
@@ -42,8 +43,6 @@ void init_console() {
 std::ostream& Info() { return std::cout << kInfoPrefix; }
 
 std::ostream& Debug() { return std::cout << kDebugPrefix; }
-
-std::ostream& Warn() { return std::cerr << prefixes.warning; }
 
 std::ostream& Error() { return std::cerr << prefixes.error; }
 
@@ -68,13 +67,5 @@ void erase_line_from_handler() {
 void check_output() {
   if (!std::cout) Fatal() << "Failed to write to standard output\n";
 }
-
-Fatal::Fatal() : out_(std::cerr) {
-  static std::recursive_mutex first_failure;  // never released
-  first_failure.lock();
-  Error();
-}
-
-Fatal::~Fatal() { std::exit(EXIT_FAILURE); }
 
 }  // namespace velmo

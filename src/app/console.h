@@ -28,7 +28,8 @@ inline constexpr char kEraseLine[] = "\r\033[K";
 // (and not empty). Called before anything is written.
 void choose_prefixes();
 
-// The prefix of errors as chosen.
+// The prefixes of warnings and of errors as chosen.
+const char* warning_prefix();
 const char* error_prefix();
 
 // The rule that separates the blocks of a report: forty hyphens between two newlines.

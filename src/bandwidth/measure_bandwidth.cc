@@ -1,5 +1,7 @@
 #include "bandwidth/measure_bandwidth.h"
 
+#include <immintrin.h>
+
 #include <algorithm>
 #include <chrono>
 #include <numeric>
@@ -13,11 +15,11 @@ namespace {
 constexpr double kBytesPerMb = 1e6;
 constexpr size_t kReserved = 1 << 16;  // "-i 2147483643" means "until I end it", not 16 GiB
 
-// Busy-waits: the main thread's CPU stays awake and the interval is exact.
+// Busy-waits: the main thread's CPU stays awake and the interval is exact. It leaves the core to
+// its other hyper-thread as far as it can, which may be one of the load.
 void wait_busily(double seconds) {
   const long end = monotonic_ns() + static_cast<long>(seconds * 1e9);
-  while (monotonic_ns() < end) {
-  }
+  while (monotonic_ns() < end) _mm_pause();
 }
 
 }  // namespace

@@ -160,13 +160,29 @@ void Configurator::DeriveTargets() {
   num_targets = static_cast<int32_t>(memnode_list.size());
 }
 
-void Configurator::CheckAllowedNodes() const {
+void Configurator::CheckAllowedNodes() {
   if (mem_mode != kMemNuma || no_memnode) return;
   const MemoryNodes nodes = numa_info.nodes_of_process();
-  for (const int node : memnode_list) {
-    if (!std::ranges::binary_search(nodes.forbidden, node)) continue;
-    Fatal() << "Memory node " << node << " is outside the cpuset of this process. Allowed nodes: "
-            << vector_to_str_range(nodes.allowed, 0) << '\n';
+  const auto is_forbidden = [&](int node) {
+    return std::ranges::binary_search(nodes.forbidden, node);
+  };
+  // -A measures what it finds and may use; -M names one node.
+  const bool none_left = std::ranges::all_of(memnode_list, is_forbidden);
+  for (size_t i = 0; i < memnode_list.size();) {
+    const int node = memnode_list[i];
+    if (!is_forbidden(node)) {
+      ++i;
+      continue;
+    }
+    const std::string outside =
+        "Memory node " + std::to_string(node) + " is outside the cpuset of this process";
+    if (none_left) {
+      Fatal() << outside << ". Allowed nodes: " << vector_to_str_range(nodes.allowed, 0) << '\n';
+    }
+    Warn() << outside << " and is left out\n";
+    memnode_list.erase(memnode_list.begin() + static_cast<ptrdiff_t>(i));
+    cpunode_list.erase(cpunode_list.begin() + static_cast<ptrdiff_t>(i));
+    num_targets -= 1;
   }
 }
 

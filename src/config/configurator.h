@@ -118,7 +118,7 @@ class Configurator {
   void RoundToDevice();
   void DeriveTargets();
   void FindCpulessNodes();
-  void CheckAllowedNodes() const;
+  void CheckAllowedNodes();
 
   // The same for the physical mode: the start of a range of `node`, that of every range without
   // CPUs, and whether the range holds what the run will map.

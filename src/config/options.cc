@@ -244,11 +244,13 @@ struct OptionRule {
   Reads reads = Reads::kText;
 };
 
-// The conversions ignore what stands behind a number: tells what an accepted argument is taken for.
+// The conversions ignore what stands behind a number: tells what an argument that converts is taken
+// for.
 void warn_of_ignored(const OptionRule& rule, const char* argument) {
   if (rule.reads == Reads::kText || argument == nullptr) return;
   char* end = nullptr;
   std::strtoull(argument, &end, 10);
+  if (end == argument) return;
   const std::string number(argument, static_cast<const char*>(end));
   std::string_view ignored = end;
   std::string_view unit;
@@ -256,7 +258,8 @@ void warn_of_ignored(const OptionRule& rule, const char* argument) {
     unit = ignored.substr(ignored.size() - 1);
     ignored.remove_suffix(1);
   }
-  if (ignored.empty()) return;
+  constexpr std::string_view kUnits = "kKmMgG";
+  if (ignored.empty() || (!unit.empty() && kUnits.find(unit) == kUnits.npos)) return;
   Warn() << '-' << rule.letter << ' ' << argument << " is read as " << number << unit << '\n';
 }
 
@@ -384,8 +387,11 @@ void Configurator::ParseOptions(int argc, char** argv) {
     if (rule == std::end(kRules) || rule->accept == nullptr) {
       Fatal() << "Unsupported argument: " << static_cast<char>(letter) << '\n';
     }
+    // Before a value is refused that is not the one on the command line.
+    const bool converts = optarg != nullptr && is_number(optarg);
+    if (converts) warn_of_ignored(*rule, optarg);
     rule->accept(*this, optarg);
-    warn_of_ignored(*rule, optarg);
+    if (!converts) warn_of_ignored(*rule, optarg);
   }
   if (optind < argc) Fatal() << "Unsupported argument: " << argv[optind] << '\n';
 }

@@ -105,9 +105,11 @@ long Bench::UpdateFreeMem() {
   if (on_node || config_.mem_mode == kMemPmem) bound(SizeLimit::kGroups, UsableInGroups());
   if (config_.mem_mode == kMemDevdax) {
     const int64_t size = devdax_size(config_.path);
-    if (size >= kBufferGrain) bound(SizeLimit::kDevice, size);
+    if (size >= 0) bound(SizeLimit::kDevice, size);
   }
-  free_mem_ = usable / kBufferGrain * kBufferGrain;
+  // A file in the place of a device may be smaller than the grain of buffers.
+  const bool small_file = limit_ == SizeLimit::kDevice && usable < kBufferGrain;
+  free_mem_ = small_file ? usable : usable / kBufferGrain * kBufferGrain;
   if (free_mem_ == 0) {
     Fatal() << "Not enough free memory to measure: " << usable << " Byte; " << LimitReason()
             << '\n';
@@ -213,8 +215,13 @@ void Bench::WarnIfCached(const std::string& who, int64_t bytes, std::vector<int>
 void Bench::WarnIfLowered(const std::string& what, int64_t wanted, int64_t size) const {
   constexpr int64_t kMiB = int64_t{1} << 20;
   if (size >= wanted) return;
-  Warn() << what << " is lowered from " << (wanted + kMiB - 1) / kMiB << " MiB to " << size / kMiB
-         << " MiB: " << LimitReason() << '\n';
+  Warn() << what << " is lowered from ";
+  if (size < kMiB) {
+    std::cerr << wanted << " Byte to " << size << " Byte: ";
+  } else {
+    std::cerr << (wanted + kMiB - 1) / kMiB << " MiB to " << size / kMiB << " MiB: ";
+  }
+  std::cerr << LimitReason() << '\n';
 }
 
 std::string Bench::LimitReason() const {

@@ -57,10 +57,11 @@ class Bench {
   // asked.
   long GetFreeMemSize() const;
 
-  // Sets free_mem_, in multiples of kBufferGrain, and limit_: what GetFreeMemSize says, but no more
-  // than free_ratio_ of what the control groups leave and, without a node, of the machine's memory.
-  // kDefaultBuffer, or what a device-DAX target holds, where there is no free size. Returns what
-  // GetFreeMemSize says within the same bounds. exit(1) where not even a kBufferGrain is left.
+  // Sets free_mem_, in multiples of kBufferGrain or what a smaller device holds, and limit_: what
+  // GetFreeMemSize says, but no more than free_ratio_ of what the control groups leave and, without
+  // a node, of the machine's memory. kDefaultBuffer, or what a device-DAX target holds, where there
+  // is no free size. Returns what GetFreeMemSize says within the same bounds. exit(1) where not
+  // even that is left.
   long UpdateFreeMem();
 
   // The CPU to measure the current target from: of its CPU node, not CPU 0 nor a hyper-thread

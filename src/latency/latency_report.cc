@@ -90,7 +90,8 @@ void WriteHistogram(std::ostream& log, const LatencyReport& r) {
   for (size_t c = 0; c < r.samples.histogram.size(); ++c) {
     const int64_t count = r.samples.histogram[c];
     if (count == 0) continue;
-    const auto ns = static_cast<long>(cycles_to_ns(c, r.config.tsc_freq) - r.result.overhead);
+    const auto ns = static_cast<long>(cycles_to_ns(static_cast<double>(c), r.config.tsc_freq) -
+                                      r.result.overhead);
     top = std::clamp(ns, 0L, kMaxHistogramNs);
     bins[top] += count;
   }

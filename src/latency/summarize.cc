@@ -24,7 +24,7 @@ void SetPercentiles(const LatencySamples& samples, double ticks_per_second, Late
     for (const Percentile& p : percentiles) {
       // A bin below 1 ns leaves the value at 0, so the next bin above the threshold gives it.
       if (p.value == 0 && running > p.threshold) {
-        p.value = static_cast<uint32_t>(cycles_to_ns(c, ticks_per_second));
+        p.value = static_cast<uint32_t>(cycles_to_ns(static_cast<double>(c), ticks_per_second));
       }
     }
   }
@@ -36,8 +36,8 @@ void SetPercentiles(const LatencySamples& samples, double ticks_per_second, Late
 
 }  // namespace
 
-double cycles_to_ns(uint64_t cycles, double ticks_per_second) {
-  return static_cast<double>(cycles) * 1e9 / ticks_per_second;
+double cycles_to_ns(double cycles, double ticks_per_second) {
+  return cycles * 1e9 / ticks_per_second;
 }
 
 double percentile_ns(const LatencySamples& samples, const LatencyResult& result,
@@ -51,7 +51,7 @@ double percentile_ns(const LatencySamples& samples, const LatencyResult& result,
       continue;
     }
     const double cycles = static_cast<double>(c) + (rank - below) / count - 0.5;
-    return std::max(cycles * 1e9 / ticks_per_second - result.overhead, 0.0);
+    return std::max(cycles_to_ns(cycles, ticks_per_second) - result.overhead, 0.0);
   }
   return 0;
 }
@@ -63,7 +63,7 @@ LatencyResult Summarize(const LatencySamples& samples, double ticks_per_second) 
     const int64_t count = samples.histogram[c];
     if (count == 0) continue;
     result.samples += count;
-    total += static_cast<double>(count) * cycles_to_ns(c, ticks_per_second);
+    total += static_cast<double>(count) * cycles_to_ns(static_cast<double>(c), ticks_per_second);
   }
   if (result.samples == 0) return result;
   result.overhead = total / static_cast<double>(result.samples) - result.average;

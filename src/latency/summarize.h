@@ -29,6 +29,6 @@ double percentile_ns(const LatencySamples& samples, const LatencyResult& result,
                      double ticks_per_second, double fraction);
 
 // Length of `cycles` of the time-stamp counter.
-double cycles_to_ns(uint64_t cycles, double ticks_per_second);
+double cycles_to_ns(double cycles, double ticks_per_second);
 
 }  // namespace velmo

@@ -24,15 +24,17 @@ void zero(char* data, int64_t size, std::atomic<int64_t>* zeroed) {
 
 Buffer::Buffer(const MemoryTarget& target, int64_t size, const BufferSpec& spec)
     : kind_(target.kind), size_(size) {
+  // Who does without the default pages is told why it fails, too.
+  const bool tell_why = spec.pages != PageSize::kSystem;
   switch (kind_) {
     case MemoryKind::kNuma:
       mmap_numa(data_, size, target.node, target.node < 0, spec.pages);
       break;
     case MemoryKind::kDevdax:
-      mmap_devdax(data_, size, target.path);
+      mmap_devdax(data_, size, target.path, tell_why);
       break;
     case MemoryKind::kPmem:
-      mmap_pmem(data_, size, target.path);
+      mmap_pmem(data_, size, target.path, tell_why);
       break;
     case MemoryKind::kPhysical:
       mmap_devmem(data_, target.base, size, true, spec.offset);

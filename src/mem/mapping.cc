@@ -60,9 +60,23 @@ bool holds_data(int fd) {
   return errno != ENXIO;  // no data behind the offset
 }
 
-void* map_shared(const Descriptor& file, long len, long file_offset, const char* failure) {
-  void* addr = mmap(nullptr, len, PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), file_offset);
-  if (addr == MAP_FAILED) Fatal() << failure;
+// The kernel's reason, `error`, behind a message, where it is wanted.
+std::string reason(bool wanted, const std::string& path, int error) {
+  return wanted ? ' ' + path + ": " + std::strerror(error) : "";
+}
+
+// The first `len` bytes of `file`, whose blocks are allocated before where `fill` is set: holes of
+// a file on a full file system would fault at the first touch.
+void* map_file(const Descriptor& file, long len, const std::string& path, bool fill,
+               bool tell_why) {
+  if (const int error = fill ? posix_fallocate(file.get(), 0, len) : 0; error != 0) {
+    Fatal() << "Failed to allocate memory. There is not enough free memory"
+            << reason(tell_why, path, error) << '\n';
+  }
+  void* addr = mmap(nullptr, len, PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0);
+  if (addr == MAP_FAILED) {
+    Fatal() << "Failed to allocate memory." << reason(tell_why, path, errno) << '\n';
+  }
   return addr;
 }
 
@@ -109,12 +123,14 @@ void mmap_devmem(void*& addr, long base, long len, bool sync, long offset) {
   if (file.get() < 0) {
     Fatal() << "Failed to allocate memory. Check kernel config (CONFIG_STRICT_DEVMEM=n)\n";
   }
-  addr = map_shared(file, len, base + offset,
-                    "Failed to allocate memory. Check base address and kernel config "
-                    "(CONFIG_STRICT_DEVMEM=n)\n");
+  addr = mmap(nullptr, len, PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), base + offset);
+  if (addr == MAP_FAILED) {
+    Fatal() << "Failed to allocate memory. Check base address and kernel config "
+               "(CONFIG_STRICT_DEVMEM=n)\n";
+  }
 }
 
-void mmap_devdax(void*& addr, long len, const std::string& path) {
+void mmap_devdax(void*& addr, long len, const std::string& path, bool tell_why) {
   struct stat status {};
   const bool exists = stat(path.c_str(), &status) == 0;
   const int64_t size = devdax_size(path);
@@ -129,26 +145,25 @@ void mmap_devdax(void*& addr, long len, const std::string& path) {
             << " Byte. Check path or dax device, or set a smaller size with -m\n";
   }
   const Descriptor file(open(path.c_str(), O_RDWR));
-  if (file.get() < 0) Fatal() << "Failed to allocate memory. Check path or dax device.\n";
+  if (file.get() < 0) {
+    Fatal() << "Failed to allocate memory. Check path or dax device."
+            << reason(tell_why, path, errno) << '\n';
+  }
   if (S_ISREG(status.st_mode) && holds_data(file.get())) {
     Fatal() << "Failed to allocate memory. " << path << " is a file that holds data, which would "
             << "be overwritten. Name a dax device, or a file of zeros (truncate one that an ended "
                "run has left)\n";
   }
-  // So would the holes of a file on a full file system.
-  if (S_ISREG(status.st_mode) && posix_fallocate(file.get(), 0, len) != 0) {
-    Fatal() << "Failed to allocate memory. There is not enough free memory\n";
-  }
-  addr = map_shared(file, len, 0, "Failed to allocate memory.\n");
+  addr = map_file(file, len, path, S_ISREG(status.st_mode), tell_why);
 }
 
-void mmap_pmem(void*& addr, long len, const std::string& dir) {
+void mmap_pmem(void*& addr, long len, const std::string& dir, bool tell_why) {
   const Descriptor file(make_unnamed_file(dir));
-  if (file.get() < 0) Fatal() << "Failed to allocate memory. Check file path or pmem.\n";
-  if (posix_fallocate(file.get(), 0, len) != 0) {
-    Fatal() << "Failed to allocate memory. There is not enough free memory\n";
+  if (file.get() < 0) {
+    Fatal() << "Failed to allocate memory. Check file path or pmem." << reason(tell_why, dir, errno)
+            << '\n';
   }
-  addr = map_shared(file, len, 0, "Failed to allocate memory.\n");
+  addr = map_file(file, len, dir, true, tell_why);
 }
 
 void munmap_numa(void*& addr, long len) { unmap(addr, len, "Failed to free memory\n"); }

@@ -29,13 +29,13 @@ void mmap_numa(void*& addr, long len, int node, bool no_bind, PageSize pages = P
 void mmap_devmem(void*& addr, long base, long len, bool sync, long offset);
 
 // The first `len` bytes of the device-DAX device, or the file in its place, `path`. Nothing else is
-// opened.
-void mmap_devdax(void*& addr, long len, const std::string& path);
+// opened. A failure is told with the kernel's reason where the caller wants it (`tell_why`).
+void mmap_devdax(void*& addr, long len, const std::string& path, bool tell_why = false);
 
 // A new file of `len` bytes in the directory `dir`. Its blocks are allocated at once, so a file
 // system without room is found here and not by a fault while measuring; it is unlinked at once, so
-// nothing is left behind.
-void mmap_pmem(void*& addr, long len, const std::string& dir);
+// nothing is left behind. `tell_why` as above.
+void mmap_pmem(void*& addr, long len, const std::string& dir, bool tell_why = false);
 
 // First touch of the pages of `len` bytes at `addr`, where one begins, by the calling thread: their
 // memory is there then, and zero. At once, in about half the time of a touch of each, where the

@@ -9,10 +9,12 @@
 namespace velmo {
 namespace {
 
-// "32K", as the kernel writes it; 0 for anything else.
+// "32K", as the kernel writes it; 0 for anything else, and for more than 1 TiB, which is damage.
 int64_t kilobytes_of(const std::string& text) {
   const long kilobytes = leading_number(text).value_or(0);
-  return text.ends_with('K') && kilobytes > 0 ? int64_t{kilobytes} << 10 : 0;
+  constexpr long kMost = 1L << 30;
+  const bool plausible = text.ends_with('K') && kilobytes > 0 && kilobytes <= kMost;
+  return plausible ? int64_t{kilobytes} << 10 : 0;
 }
 
 // The cache that a folder describes; its size is 0 where that is not known.

@@ -10,7 +10,11 @@ namespace velmo {
 std::optional<NodeMemory> read_node_memory(const std::string& path) {
   std::string text;
   read_text(path, text);
-  const auto kilobytes = [&text](const char* key) { return number_after(text, key).value_or(-1); };
+  // What a machine cannot have is damage, which must not overflow where it is reckoned with.
+  static constexpr int64_t kMost = int64_t{1} << 50;
+  const auto kilobytes = [&text](const char* key) {
+    return std::clamp<int64_t>(number_after(text, key).value_or(-1), -1, kMost);
+  };
   const int64_t total = kilobytes("MemTotal");
   const int64_t free = kilobytes("MemFree");
   if (total <= 0 || free < 0) return std::nullopt;

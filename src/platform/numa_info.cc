@@ -166,7 +166,7 @@ const NumaInfo::cpu_ctx& measuring_cpu(const std::vector<NumaInfo::cpu_ctx>& cpu
   if (first.cpu_id != 0) return first;
   // CPU 0 serves the system's interrupts.
   const auto other_core = std::find_if(
-      cpus.begin(), cpus.end(), [&first](const auto& cpu) { return cpu.core_id != first.core_id; });
+      cpus.begin(), cpus.end(), [&first](const auto& cpu) { return !same_core(cpu, first); });
   return other_core != cpus.end() ? *other_core : first;
 }
 

@@ -117,7 +117,7 @@ void add_samples(const LatencySamples& from, const LatencyResult& result, double
                  Samples& to) {
   for (size_t c = 0; c < from.histogram.size(); ++c) {
     if (from.histogram[c] == 0) continue;
-    const double ns = cycles_to_ns(c, ticks) - result.overhead;
+    const double ns = cycles_to_ns(static_cast<double>(c), ticks) - result.overhead;
     to[std::max<int64_t>(std::lround(ns * 10), 0)] += from.histogram[c];
   }
 }

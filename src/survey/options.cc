@@ -191,11 +191,28 @@ void declare(CLI::App& app, SurveyOptions& options, Given& given) {
   app.add_flag("--quiet", options.quiet, "No progress and no tables");
 }
 
+// Refuses an empty path, and leaves out what was named before.
+void check_paths(const char* option, std::vector<std::string>& paths) {
+  std::vector<std::string> once;
+  for (const std::string& path : paths) {
+    if (path.empty()) Fatal() << option << ": the path is empty\n";
+    if (std::ranges::find(once, path) == once.end()) once.push_back(path);
+  }
+  paths = once;
+}
+
 void convert(const CLI::App& app, const Given& given, SurveyOptions& options) {
   if (given.quick) options.depth = Depth::kQuick;
   if (given.thorough) options.depth = Depth::kThorough;
   for (const auto& [name, kind] : kKindNames) options.kinds.insert(kind);
   if (app.count("--only") > 0) options.kinds = parse_kinds(given.only);
+  check_paths("--device", options.devices);
+  check_paths("--directory", options.directories);
+  const bool paths = !options.devices.empty() || !options.directories.empty();
+  if (paths && !options.kinds.contains(kIdleLatency)) {
+    Fatal() << "--only " << given.only << ": of devices and directories idle latency alone is "
+            << "measured. Add idle, or leave out --device and --directory\n";
+  }
   if (app.count("--cpu-nodes") > 0) options.cpu_nodes = parse_nodes("--cpu-nodes", given.cpu_nodes);
   if (app.count("--memory-nodes") > 0) {
     options.memory_nodes = parse_nodes("--memory-nodes", given.memory_nodes);

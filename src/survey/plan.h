@@ -62,7 +62,7 @@ Topology read_topology();
 // may not be used.
 std::vector<CellPlan> plan_cells(const SurveyOptions& options, const Topology& machine);
 
-// Seconds that the plan takes until every cell has all its repeats.
-double plan_seconds(const std::vector<CellPlan>& plan);
+// Whether idle latency should be measured on pages of 2 MiB, too, but no node has any.
+bool lacks_large_pages(const SurveyOptions& options, const std::vector<CellPlan>& plan);
 
 }  // namespace velmo

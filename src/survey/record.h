@@ -134,7 +134,7 @@ struct Survey {
   std::vector<std::string> arguments;
   uint64_t seed = 0;
   std::string state = kComplete;
-  Json run_notes = Json::object();  // other members of "run": cells_skipped, counter_hz
+  Json run_notes = Json::object();  // other members of "run": docs/survey.schema.json
   Json machine = Json::object();    // what is not known is {"value": null, "reason": "..."}
   std::vector<Cell> cells;
 };

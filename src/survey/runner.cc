@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "app/clock.h"
+#include "survey/plan_time.h"
 #include "survey/repeats.h"
 #include "survey/usable_memory.h"
 #include "survey/watch_json.h"
@@ -15,9 +16,8 @@ namespace {
 
 // A cell is given up after this many repeats that failed.
 constexpr int kMostFailures = 2;
-// Repeats in place of disturbed ones: of a cell, and as a share of the survey's time.
+// Repeats of a cell in place of disturbed ones.
 constexpr int kMostExtra = 2;
-constexpr double kExtraShare = 0.1;
 // A repeat that takes this many times what was expected, and some seconds, hangs.
 constexpr double kHangFactor = 10;
 constexpr double kHangSeconds = 20;

@@ -22,6 +22,7 @@
 #include "survey/commit.h"
 #include "survey/machine.h"
 #include "survey/options.h"
+#include "survey/plan_time.h"
 #include "survey/record_json.h"
 #include "survey/runner.h"
 #include "survey/survey_report.h"
@@ -127,9 +128,18 @@ void run_cells(const SurveyOptions& options, double ticks, Survey& survey) {
   const Topology machine = read_topology();
   std::vector<CellPlan> plan = plan_cells(options, machine);
   if (plan.empty()) Fatal() << "There is nothing to measure: no node has both CPUs and memory\n";
+  if (lacks_large_pages(options, plan)) {
+    survey.run_notes["large_pages"] = {
+        {"value", nullptr},
+        {"reason",
+         "transparent huge pages are off (never), and no pool of 2 MiB pages has a free one"}};
+  }
   if (!options.quiet) {
-    std::cerr << plan.size() << (plan.size() == 1 ? " cell, about " : " cells, about ")
-              << duration_text(plan_seconds(plan)) << '\n';
+    const double seconds = plan_seconds(plan) * (1 + kExtraShare);
+    const bool limited = options.time_limit > 0 && options.time_limit < seconds;
+    std::cerr << plan.size() << (plan.size() == 1 ? " cell, " : " cells, ")
+              << (limited ? "no more than " : "about ")
+              << duration_text(limited ? options.time_limit : seconds) << '\n';
   }
   CpuInfo cpu;
   cpu.GetCpuInfo();

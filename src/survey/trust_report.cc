@@ -89,6 +89,11 @@ void write_failures(std::ostream& out, const Survey& survey) {
       {"placement", "less than 99 % of the pages on their node"},
       {"small_buffer", "the caches hold a part of the buffer"},
       {"page_size", "smaller pages than asked for"}};
+  const Json large = survey.run_notes.value("large_pages", Json());
+  if (large.is_object() && large.contains("reason") && large["reason"].is_string()) {
+    write_wrapped(
+        out, "Mind: nothing was measured on 2 MiB pages: " + large["reason"].get<std::string>());
+  }
   std::map<std::string, int> marked;
   std::map<std::string, int> unreached;  // by what stopped them
   for (const Cell& cell : survey.cells) {

@@ -28,7 +28,8 @@ std::optional<int64_t> free_in_pool(int node, int64_t page) {
   std::string text;
   if (!read_first_line(path, text)) return std::nullopt;
   const std::optional<long> count = leading_number(text);
-  return count ? std::optional(*count * page) : std::nullopt;
+  constexpr int64_t kMost = int64_t{1} << 60;  // more is damage
+  return count ? std::optional(std::clamp<int64_t>(*count, 0, kMost / page) * page) : std::nullopt;
 }
 
 }  // namespace
@@ -55,9 +56,7 @@ std::optional<int64_t> usable_bytes(const MemoryTarget& memory, PageSize pages) 
   } else {
     bytes = free_bytes(memory);
   }
-  const std::optional<int64_t> left = usable_in_groups();
-  if (bytes < 0) return std::nullopt;
-  return std::min(share_of(bytes), left.value_or(share_of(bytes)));
+  return bytes < 0 ? std::nullopt : std::optional(share_of(bytes));
 }
 
 std::optional<int64_t> usable_in_groups() {

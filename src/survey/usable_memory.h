@@ -16,12 +16,11 @@ int64_t page_bytes(PageSize pages);
 // Whether such pages come from a pool of the administrator's.
 bool is_pool(PageSize pages);
 
-// Bytes that buffers on such pages may take: a share of what is free or page cache and of what the
-// control groups leave, all of a device, all that is free in a node's pool. None where nobody
-// tells.
+// Bytes that buffers on such pages may take of `memory`: a share of what is free or page cache, all
+// of a device, all that is free in a node's pool. None where nobody tells.
 std::optional<int64_t> usable_bytes(const MemoryTarget& memory, PageSize pages);
 
-// The share of what the control groups leave that buffers on all nodes together may take. None:
+// The share of what the control groups leave that buffers of all memories together may take. None:
 // there is no limit.
 std::optional<int64_t> usable_in_groups();
 

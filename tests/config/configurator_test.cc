@@ -116,6 +116,8 @@ TEST(Options, RefusesValues) {
                                  "read", "write", "use_pa"}) {
     EXPECT_EQ(Parse("--" + name + "=#"), (Outcome{1, "", Error("Invalid " + name + ": #")}));
   }
+  EXPECT_EQ(Parse("-d 1e3").err,
+            Warning("-d 1e3 is read as 1") + Error("Invalid delay. (100 <= delay <= 10000)"));
   EXPECT_EQ(Parse("--no").err,
             "velmo: unrecognized option '--no'\n" + Error("Unsupported argument: ?"));
 }
@@ -223,6 +225,12 @@ TEST(Checks, CompleteTheRecord) {
       {"-B -r 1 -w 2 -n", "mix 1:2"},
       {"-L -C 0 -M 2", "targets 1 mem 2 cpu 0 base local 1"},
       {"-L -A", "targets 1 mem 2 cpu 1"},
+      {"-L -A", "targets 1 mem 1 ",
+       Warning("Memory node 2 is outside the cpuset of this process and is left out"),
+       [](Configurator& c, const TempDir& machine) {
+         machine.Write("node/node1/cpulist", "");
+         c.numa_info.nodes_of_process = [] { return velmo::MemoryNodes{{0, 1}, {2}}; };
+       }},
       {"-B -T -M 0", "mem 0 cpu 0 base local 1"},
       {"-T -B -M 0", "mem 0 cpu 0 base local 0"},
       {"-Y -f /dev/null",

@@ -106,6 +106,9 @@ TEST(Bench, UsesWhatIsThereAndSaysWhatBoundsIt) {
       {kMemNuma, "", 100 << 20, "83886080", lowered("80", group)},
       {kMemPmem, dir.path(), 100 << 20, "83886080", lowered("80", group)},
       {kMemDevdax, file, 1, "6291456", lowered("6", "the device holds no more")},
+      {kMemDevdax, dir.Write("small", "0"), 1, "1",
+       velmo_test::Warning(
+           "It is lowered from 3221225472 Byte to 1 Byte: the device holds no more")},
       {kMemDevdax, "/dev/null", 1, "2147483648",
        lowered("2048", "nobody tells how much of the memory is free")},
       {kMemNuma, "", 2 << 20, "",
@@ -148,9 +151,9 @@ TEST(CpuNode, IsSearchedOnceWhereUnknownAndAvoidsCpu0) {
                             "===========   End   ===========\n\n" + std::to_string(here) + " of 1";
   using Cpus = std::vector<std::pair<int, int>>;  // of node 1: number and core
   const std::tuple<int, Cpus, std::string> cases[] = {
-      {1, {{4, 2}, {5, 3}}, "4 of 1"}, {1, {{0, 0}, {8, 0}, {3, 1}, {4, 2}}, "3 of 1"},
-      {1, {{0, 7}, {1, 7}}, "0 of 1"}, {1, {{2, 1}, {0, 0}, {1, 0}}, "2 of 1"},
-      {-1, {{here, 0}}, found},        {2, {{here, 0}}, found},
+      {1, {{0, -1}, {4, -1}}, "4 of 1"}, {1, {{0, 0}, {8, 0}, {3, 1}, {4, 2}}, "3 of 1"},
+      {1, {{0, 7}, {1, 7}}, "0 of 1"},   {1, {{2, 1}, {0, 0}, {1, 0}}, "2 of 1"},
+      {-1, {{here, 0}}, found},          {2, {{here, 0}}, found},
   };
   for (const auto& [node, cpus, out] : cases) {
     TestBench bench(kMemNuma);

@@ -14,14 +14,14 @@ SurveyOptions parse(const std::string& line) {
   std::istringstream in("survey " + line);
   std::vector<std::string> words{std::istream_iterator<std::string>(in), {}};
   std::vector<char*> argv;
-  for (std::string& word : words) argv.push_back(word.data());
+  for (std::string& word : words) argv.push_back(word == "''" ? word.data() + 2 : word.data());
   return parse_survey_options(static_cast<int>(argv.size()), argv.data());
 }
 
 TEST(SurveyOptions, AreWhatWasAsked) {
   const SurveyOptions options = parse(
-      "--thorough --only idle,loaded --cpu-nodes 0-2,5 --device /dev/a --device b --size 3g "
-      "--pages 2m --mixes 2:1,0:1n,2:1 --precision 0.5 --time-limit 1.5h --seed 7 -o -");
+      "--thorough --only idle,loaded --cpu-nodes 0-2,5 --device /dev/a --device b --device /dev/a "
+      "--size 3g --pages 2m --mixes 2:1,0:1n,2:1 --precision 0.5 --time-limit 1.5h --seed 7 -o -");
   EXPECT_EQ(options.depth, Depth::kThorough);
   EXPECT_EQ(options.kinds, (std::set<std::string>{kIdleLatency, kLoadedLatency}));
   EXPECT_EQ(options.cpu_nodes, (std::vector<int>{0, 1, 2, 5}));
@@ -51,6 +51,8 @@ TEST(SurveyOptions, WhatMakesNoSenseIsNamed) {
       {"--size m", "size: m"},
       {"--size 99999999999999999999g", "size: 99999999999999999999g"},
       {"--size 9999999999g", "size: 9999999999g"},
+      {"--device ''", "--device: the path is empty"},
+      {"--only sizes --device /dev/a", "Add idle"},
       {"--pages 4m", "Unknown pages: 4m"},
       {"--mixes 1:2", "no more writes than reads"},
       {"--mixes 1:0,", ""},

@@ -6,6 +6,8 @@
 
 #include "support/subprocess.h"
 #include "survey/loaded_delays.h"
+#include "survey/plan_time.h"
+#include "survey/usable_memory.h"
 
 namespace velmo {
 namespace {
@@ -18,8 +20,8 @@ constexpr int kFirst = 900;
 constexpr int kCpuNodes = 8;
 constexpr int kCpusOfNode = 32;
 
-// 8 nodes of 32 CPUs and two without, next to the first and the last; of `sharing` CPUs each a
-// last-level cache of so many bytes.
+// 8 nodes of 32 CPUs, two of a core next to each other, and two without, next to the first and the
+// last; of `sharing` CPUs each a last-level cache of so many bytes.
 Topology large_machine(int64_t cache_bytes, int sharing) {
   Topology machine;
   machine.spinning = true;
@@ -31,7 +33,7 @@ Topology large_machine(int64_t cache_bytes, int sharing) {
     machine.memory_nodes.push_back(node);
     machine.distances[node][node] = 10;
     for (int cpu = n * kCpusOfNode; n < kCpuNodes && cpu < (n + 1) * kCpusOfNode; ++cpu) {
-      machine.node_cpus[node].push_back({1, cpu, cpu, node});
+      machine.node_cpus[node].push_back({1, cpu, cpu / 2, node});
       if (cpu % sharing == 0) machine.caches.list.push_back({3, "Unified", cache_bytes, {}});
       machine.caches.list.back().cpus.push_back(cpu);
     }
@@ -73,6 +75,9 @@ TEST(SurveyPlan, ALargeMachineTakesLessThanAQuarterOfAnHour) {
       EXPECT_TRUE(p.cell.marks.empty());
       EXPECT_EQ(p.awake_cpus.size(), p.load.empty() ? 8U : p.cell.from.cpu_node ? 7U : 0U);
       EXPECT_EQ(std::ranges::count(p.awake_cpus, p.latency_cpu), 0);
+      if (parameter_text(p.cell, "scope") == "one_thread") {
+        EXPECT_NE(p.sampling_cpu / 2, p.load.front().cpu / 2);
+      }
       if (p.cell.kind == kIdleLatency) {
         EXPECT_GE(p.chain_bytes / 256 * 64, 4 * (mebibytes << 20));
       }
@@ -81,6 +86,18 @@ TEST(SurveyPlan, ALargeMachineTakesLessThanAQuarterOfAnHour) {
     EXPECT_EQ(count(plan_cells(options, machine), kLoadedLatency), 10);
     options.depth = Depth::kThorough;
     EXPECT_EQ(count(plan_cells(options, machine), kLoadedLatency), 10 * 3);
+  }
+}
+
+TEST(SurveyPlan, WhereMemoryIsShortAllBuffersAreLowered) {
+  const int64_t usable = usable_bytes({.node = 0}, PageSize::k4K).value_or(0);
+  if (usable < int64_t{1} << 30) GTEST_SKIP() << "too little memory";
+  Topology machine{{{{1, 0, 0, 0}, {1, 1, 1, 0}}}, {0}, {{10}}, {}};
+  machine.caches.list = {{3, "Unified", usable, {0, 1}}};
+  for (const CellPlan& p : plan_cells(all_kinds(), machine)) {
+    if (p.cell.kind == kLatencyBySize) continue;
+    EXPECT_EQ(p.cell.marks, std::vector<std::string>{"small_buffer"}) << p.cell.message;
+    EXPECT_LT(p.chain_bytes + p.region_bytes * std::ssize(p.load), 2 * usable) << cell_key(p.cell);
   }
 }
 
