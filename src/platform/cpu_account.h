@@ -34,7 +34,8 @@ struct CpuAccount {
 // What a thread waited is known to the nanosecond, and so is what it missed; the ticks of the CPU
 // tell why. A thread that waited while its CPU was idle used its quota up: that is no other work.
 // What it missed was stolen, where the host tells of that, as far as the ticks allow it, else
-// interrupts, else a pause; of a thread that was awake, a wait whose end the kernel did not see yet.
+// interrupts, else a pause; of a thread that was awake, a wait whose end the kernel did not see
+// yet.
 CpuAccount account_for(const std::vector<ThreadSpan>& spans, const CpuTime* before,
                        const CpuTime* after);
 

@@ -253,7 +253,7 @@ MeasuredRepeat MeasureMix(const CellPlan& plan, Watcher& watcher) {
   if (plan.sampling_cpu >= 0) set_cpu_affinity(plan.sampling_cpu);
   LoadTeam team(LoadOf(plan), LoadCpus(plan), regions.Get());
   team.Park();
-  BandwidthSpec spec{.intervals = 5, .warm_up = 1, .interval = 0.05};
+  BandwidthSpec spec{.intervals = 4, .warm_up = 1, .interval = 0.05};
   spec.busy = plan.sampling_cpu >= 0;
   // Without a CPU of its own every sample is taken in the time of a load thread.
   if (!spec.busy) spec = {.intervals = 1, .warm_up = 1, .interval = 0.25, .busy = false};

@@ -18,7 +18,7 @@ constexpr size_t kSetUpCpus = 8;
 // Beside set-up, in s: a repeat of an idle and a bandwidth cell, a step of the staircase, what a
 // curve takes before its points (the first repeat chooses them), and a point.
 constexpr double kIdle = 0.25;
-constexpr double kMix = 0.3;
+constexpr double kMix = 0.25;
 constexpr double kStep = 0.05;
 constexpr double kCurve = 0.4;
 constexpr double kPoint = 0.27;
