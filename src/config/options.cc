@@ -259,7 +259,7 @@ void warn_of_ignored(const OptionRule& rule, const char* argument) {
     ignored.remove_suffix(1);
   }
   constexpr std::string_view kUnits = "kKmMgG";
-  if (ignored.empty() || (!unit.empty() && kUnits.find(unit) == kUnits.npos)) return;
+  if (ignored.empty() || (!unit.empty() && kUnits.find(unit) == std::string_view::npos)) return;
   Warn() << '-' << rule.letter << ' ' << argument << " is read as " << number << unit << '\n';
 }
 
