@@ -9,6 +9,9 @@ find_path(BOOST_INCLUDE_DIR boost/math/distributions/students_t.hpp REQUIRED)
 target_link_libraries(velmo_core PUBLIC CLI11::CLI11 nlohmann_json::nlohmann_json)
 target_link_libraries(velmo_core PRIVATE simdjson::simdjson)
 target_compile_definitions(velmo_core PUBLIC VELMO_SURVEY)
+# Distributions of doubles need no long double, whose tables valgrind cannot set up.
+set_source_files_properties(src/compare/contrast.cc src/fleet/threshold.cc PROPERTIES
+  COMPILE_DEFINITIONS BOOST_MATH_PROMOTE_DOUBLE_POLICY=false)
 
 # Scripts and styles of the pages become a source file: one raw string each. They stand inside
 # <script> and <style>, so none may hold the text that ends these.
