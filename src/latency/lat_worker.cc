@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "app/threads.h"
+
 namespace velmo {
 
 LatWorker::LatWorker(const LatencySpec& spec, uint32_t laps) : spec_(spec), laps_(laps) {}
@@ -15,10 +17,18 @@ void LatWorker::SetMem(void* buf, int64_t size) {
 
 void LatWorker::InitParameter(access_type_t type, bool burst, bool laid) {
   spec_.pattern = type;
-  if (laid) {
-    flush_lines(buf_, static_cast<uint64_t>(size_ / spec_.stride), spec_.stride);
+  const auto prepare = [&](size_t) {
+    if (laid) {
+      flush_lines(buf_, static_cast<uint64_t>(size_ / spec_.stride), spec_.stride);
+    } else {
+      lay_chain(buf_, size_, spec_.stride, type);
+    }
+  };
+  // NUMA balancing moves memory that is not bound to the node of whoever works on it.
+  if (spec_.cpu >= 0) {
+    run_pinned({spec_.cpu}, prepare);
   } else {
-    lay_chain(buf_, size_, spec_.stride, type);
+    prepare(0);
   }
   samples_ = {};
   result_ = {};
