@@ -27,9 +27,9 @@ class LatWorker {
   // The buffer under test, of `size` bytes, not owned.
   void SetMem(void* buf, int64_t size);
 
-  // Lays the chain on the CPU of the specification, where it has one, else on the caller's, flushes
-  // it from the caches and resets the results. `burst` shortens the run for a measurement under
-  // load; a chain that is `laid` is only flushed. The buffer must hold one stride.
+  // Lays the chain on spec_.cpu, where it is known, else on the caller's CPU, flushes it from the
+  // caches and resets the results. `burst` shortens the run for a measurement under load; a chain
+  // that is `laid` is only flushed. The buffer must hold one stride.
   void InitParameter(access_type_t type, bool burst, bool laid = false);
 
   // Average over simple_loads_ steps of the chain, one lap of it at most, into result_.
